@@ -1,0 +1,26 @@
+# Flags of every target, and rdb_module: one folder of the library as a set of objects.
+
+# what a module shows to other modules is hidden from the world, unless the tests want to see it
+if(NOT RDB_EXPORT_ALL)
+    set(CMAKE_C_VISIBILITY_PRESET hidden)
+    set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+    set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+endif()
+
+add_library(rdbFlags INTERFACE)
+target_include_directories(rdbFlags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(rdbFlags INTERFACE -Wall -Wextra -Wformat-security -Wno-unused-parameter)
+target_compile_options(rdbFlags INTERFACE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+if(RDB_WERROR)
+    target_compile_options(rdbFlags INTERFACE -Werror)
+endif()
+if(RDB_SANITIZE)
+    add_compile_options(-fsanitize=${RDB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${RDB_SANITIZE})
+endif()
+
+# rdb_module(base sysMess.cpp ...)
+function(rdb_module name)
+    add_library(${name}Objects OBJECT ${ARGN})
+    target_link_libraries(${name}Objects PUBLIC rdbFlags)
+endfunction()

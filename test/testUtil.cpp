@@ -1,0 +1,68 @@
+#include "test/testUtil.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+static int      slept;
+static void   (*whenSleeping)();
+static fs::path home, folder;
+
+static void countSleep(int seconds)
+{
+    slept += seconds;
+    if (whenSleeping) whenSleeping();
+}
+
+int testSlept() { return slept; }
+void testWhenSleeping(void (*action)()) { whenSleeping = action; }
+std::string testFolder() { return folder.string(); }
+
+void testWrite(const std::string &name, const std::string &bytes)
+{
+    std::ofstream(name, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string testRead(const std::string &name)
+{
+    std::ostringstream text;
+    text << std::ifstream(name, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+/* A fresh folder for each test; a failed test's folder stays. */
+class FolderPerTest : public ::testing::EmptyTestEventListener {
+    void OnTestStart(const ::testing::TestInfo &info) override
+    {
+        std::string name = std::string(info.test_suite_name()) + "." + info.name();
+        for (char &c : name)
+            if (c == '/') c = '_';
+        folder = home / name;
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+        fs::current_path(folder);
+        slept = 0;
+        whenSleeping = nullptr;
+    }
+    void OnTestEnd(const ::testing::TestInfo &info) override
+    {
+        fs::current_path(home);
+        std::error_code ignored;
+        if (info.result()->Passed() || info.result()->Skipped()) fs::remove_all(folder, ignored);
+        else printf("files kept in %s\n", folder.c_str());
+    }
+};
+
+int main(int argc, char **argv)
+{
+    ::testing::InitGoogleTest(&argc, argv);
+    sysSetSleeper(countSleep);
+    const char *base = getenv("RDB_TEST_FOLDER");
+    home = fs::absolute(base ? base : "testFolders") / fs::path(argv[0]).filename();
+    fs::create_directories(home);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new FolderPerTest);
+    return RUN_ALL_TESTS();
+}
