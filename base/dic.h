@@ -1,13 +1,14 @@
 #ifndef BASE_DIC_H
 #define BASE_DIC_H
 
-/* dic.h: a table from text keys to 64-bit values, by chained hashing. It never grows. */
+/* dic.h: a table from text keys to 64-bit values, by chained hashing. It never grows: one made too small only has
+ * longer chains. It serves file names, so some thousands of short keys. */
 
 #include "base/mem.h"
 
 typedef struct dicEntry {
-    int              kind;        /* 1: live                */
-    char            *key;         /* own copy               */
+    int              kind;        /* 1: live                                       */
+    char            *key;         /* own copy                                      */
     int64_t          reserved;
     int64_t          value;
     struct dicEntry *next;
@@ -16,19 +17,27 @@ typedef struct dicEntry {
 typedef struct dicCursor { int64_t slot, entry, count; } dicCursor;
 
 typedef struct dic {
-    int        size;              /* buckets, a prime       */
-    dicEntry **table;
-    memPool   *pool;
-    dicCursor  cursors[2];
+    int        size;              /* buckets, a prime                              */
+    dicEntry **table;             /* their chains, newest entry first              */
+    memPool   *pool;              /* of the entries                                */
+    dicCursor  cursors[2];        /* for iteration: slot -1 before the first entry */
 } dic;
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-dic    *dicNew(int wanted);
-void    dicFree(dic *d);
+/* A new, empty dic of at least `wanted` buckets; fewer than 61, negative numbers too, count as 61. The caller ends it
+   with dicFree. More than 1073741789 buckets do not return. */
+dic *dicNew(int wanted);
+
+/* Ends a dic with all of its keys; an absent one is passed over. What the values stand for is the caller's. */
+void dicFree(dic *d);
+
+/* Stores a value under a copy of the key, in place of a former value of that key. Gives the value. */
 int64_t dicPut(dic *d, const char *key, int64_t value);
+
+/* The value stored under exactly this key; 0 if there is none, so that a stored 0 and no entry look alike. */
 int64_t dicGet(const dic *d, const char *key);
 
 #ifdef __cplusplus

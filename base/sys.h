@@ -31,6 +31,7 @@ extern "C" {
 #else
 #define SYS_NORETURN _Noreturn
 #endif
+#define SYS_EXPORT __attribute__((visibility("default")))      /* seen outside the library */
 
 /* Names and versions */
 void        sysSetProgName(const char *name);
@@ -63,9 +64,9 @@ SYS_NORETURN void sysFailAt(const char *function, const char *file, int line, co
 SYS_NORETURN void sysErrorF(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /* The trap; exported names, see rdb/rdb.h. Use: if (setjmp(*rdbAssertEnv()) == 0) { ... } rdbAssertEndTrap(); */
-jmp_buf    *rdbAssertEnv(void);
-const char *rdbAssertErrorStr(void);
-int         rdbAssertEndTrap(void);
+SYS_EXPORT jmp_buf    *rdbAssertEnv(void);
+SYS_EXPORT const char *rdbAssertErrorStr(void);
+SYS_EXPORT int         rdbAssertEndTrap(void);
 
 /* Machine queries */
 typedef struct sysUnameRec {

@@ -1,0 +1,68 @@
+/* sysTime.cpp: the clock, and waiting.
+ *
+ * Everything that waits goes through sysSleep, so that a test can replace the waiting by counting. */
+
+#include "base/sys.h"
+
+#include <errno.h>
+#include <string.h>
+#include <time.h>
+
+#include "base/sysInt.h"
+
+static time_t now(void)
+{
+    time_t seconds = sysMach.time(nullptr);
+    if (seconds == (time_t) -1) sysFailIn("sysTime", "time not available");
+    return seconds;
+}
+
+int sysTime(void)
+{
+    return (int) now();
+}
+
+const char *sysDate(void)
+{
+    static char date[64];
+    struct tm parts;
+    time_t seconds = now();
+    if (!localtime_r(&seconds, &parts) || !asctime_r(&parts, date)) sysFail("time not available");
+    date[strcspn(date, "\n")] = 0;
+    return date;
+}
+
+/* Milliseconds of a clock that no one sets back. */
+static int64_t milliseconds(void)
+{
+    struct timespec at;
+    clock_gettime(CLOCK_MONOTONIC, &at);
+    return (int64_t) at.tv_sec * 1000 + at.tv_nsec / 1000000;
+}
+
+double sysElapsed(void)
+{
+    static int64_t first = -1;
+    if (first < 0) first = milliseconds();
+    return (double) (milliseconds() - first) / 1000.0;
+}
+
+static void reallySleep(int seconds)
+{
+    struct timespec left = { seconds, 0 };
+    while (nanosleep(&left, &left) < 0 && errno == EINTR) {}
+}
+
+static sysSleeper sleeper = reallySleep;
+
+void sysSleep(int seconds)
+{
+    if (seconds > 0) sleeper(seconds);
+}
+
+sysSleeper sysSetSleeper(sysSleeper wanted)
+{
+    sysSleeper former = sleeper;
+    sleeper = wanted ? wanted : reallySleep;
+    return former;
+}
