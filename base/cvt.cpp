@@ -9,15 +9,24 @@
 
 #include "base/sys.h"
 
-/* Whole arrays go through here, in place; the bytes need no alignment. The loads and stores are plain so that the
-   compiler can take several values at a time. */
+/* Whole arrays go through these two, in place; the bytes need no alignment. Four values at a time by shifts and masks is
+   twice as fast as one by one; eight-byte values are faster one by one. */
 static void reverse4(unsigned char *bytes, int n)
 {
-    for (int64_t i = 0; i < n; ++i) {
+    typedef uint32_t four __attribute__((vector_size(16)));
+    int64_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        four v;
+        memcpy(&v, bytes + 4 * i, sizeof v);
+        v = ((v >> 8) & 0x00ff00ffu) | ((v & 0x00ff00ffu) << 8);
+        v = (v >> 16) | (v << 16);
+        memcpy(bytes + 4 * i, &v, sizeof v);
+    }
+    for (; i < n; ++i) {
         uint32_t v;
-        memcpy(&v, bytes + 4 * i, 4);
+        memcpy(&v, bytes + 4 * i, sizeof v);
         v = __builtin_bswap32(v);
-        memcpy(bytes + 4 * i, &v, 4);
+        memcpy(bytes + 4 * i, &v, sizeof v);
     }
 }
 
@@ -25,9 +34,9 @@ static void reverse8(unsigned char *bytes, int n)
 {
     for (int64_t i = 0; i < n; ++i) {
         uint64_t v;
-        memcpy(&v, bytes + 8 * i, 8);
+        memcpy(&v, bytes + 8 * i, sizeof v);
         v = __builtin_bswap64(v);
-        memcpy(bytes + 8 * i, &v, 8);
+        memcpy(bytes + 8 * i, &v, sizeof v);
     }
 }
 

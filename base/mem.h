@@ -2,7 +2,9 @@
 #define BASE_MEM_H
 
 /* mem.h: allocation that never returns failure. Running out of memory asserts, with the caller's file and line and
- * the program's memory situation in the text. The rest of the library uses the macros. */
+ * the program's memory situation in the text. The rest of the library uses the macros.
+ *
+ * Blocks are not tracked: who allocates frees, and what a failure jumps over is lost. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -25,15 +27,35 @@ extern "C" {
 
 extern uint64_t memAllocated;     /* bytes ever allocated; only grows */
 
+/* A block of `size` bytes rounded up to a multiple of 8, at least 8; cleared if `zero`. May not return: no memory, or
+   a negative size. */
 void    *memAlloc(int64_t size, const char *file, int line, int zero);
+
+/* A new block as from memAlloc, with the first oldSize bytes of ptr, which may be null, copied into it; ptr is
+   released. oldSize must not be above newSize. May not return, and then ptr is still there. */
 void    *memRealloc(void *ptr, int64_t oldSize, int64_t newSize, const char *file, int line, int zero);
+
+/* Releases ptr; with a count of 1 or more ptr is an array of so many pointers, which go first. May not return: with
+   `strict` an absent pointer, "Freeing an empty pointer; from file <%s> line <%d>"; without it one is passed over. */
 void     memFreeF(void *ptr, int strict, int count, const char *file, int line);
+
+/* A copy of a text. May not return. */
+char    *memStrDup(const char *text, const char *file, int line);
+
+/* A pool of items of itemSize bytes that come from blocks of blockSize bytes. A block must hold at least one item and
+   a link of 8 bytes. Items have the alignment of a 64-bit word and are not cleared. memFreePool releases the pool and
+   all of its items. May not return, except for giving back. */
 memPool *memNewPool(int itemSize, int64_t blockSize);
 void    *memPoolItem(memPool *pool);
 void     memPoolGiveBack(memPool *pool, void *item);
 void     memFreePool(memPool *pool);
-char    *memStrDup(const char *text, const char *file, int line);
+
+/* Accepted for an option of that name; does nothing. */
 void     memVerbose(int flag);
+
+/* n * itemSize. May not return: "Invalid number of items <%lld> of <%lld> bytes" if n is negative or the product is
+   beyond 63 bits. */
+int64_t  memSize(int64_t n, size_t itemSize);
 
 #ifdef __cplusplus
 }
@@ -45,10 +67,5 @@ void     memVerbose(int flag);
 #define memDup(text)      memStrDup(text, __FILE__, __LINE__)
 /* memFree clears the pointer; an absent one is passed over */
 #define memFree(ptr)      (memFreeF(ptr, 0, 0, __FILE__, __LINE__), (ptr) = NULL)
-
-#ifdef __cplusplus
-extern "C"
-#endif
-int64_t memSize(int64_t n, size_t itemSize);
 
 #endif

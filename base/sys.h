@@ -5,12 +5,13 @@
  *
  * Messages and failures (sysMess.cpp). A check that fails formats one text and calls sysFail, which never
  * returns: it jumps to the innermost armed trap, or ends the process with code 1 when none is armed. No frame
- * that can be left by such a jump may hold an object whose destructor matters.
+ * that can be left by such a jump may hold an object whose destructor matters. What such frames allocated is lost.
  *
  * Queries of host, clock, directory and memory (sysHost.cpp, sysTime.cpp, sysCwd.cpp), and the small loops over
  * arrays that everybody needs (sysUtil.cpp).
  *
- * All state is process-wide and belongs to one thread of control at a time. */
+ * All state is process-wide and belongs to one thread of control at a time. Texts that are returned belong to the
+ * library and hold until the next call that changes them. */
 
 #include <setjmp.h>
 #include <stdarg.h>
@@ -33,26 +34,37 @@ extern "C" {
 #endif
 #define SYS_EXPORT __attribute__((visibility("default")))      /* seen outside the library */
 
-/* Names and versions */
+/* ------------------------------------------- names and versions ------------------------------------------- */
+
+/* The name that heads every message: `name` without its directory (either separator) and without its last extension.
+   May not return: "program name is too long <%s>" from 8192 characters on. Until it is called the name is "QUENTA". */
 void        sysSetProgName(const char *name);
 const char *sysGetProgName(void);
+
+/* The version that goes into binary files and is shown by the usage; "1.0" until it is set. May not return: "version
+   is too long <%s>" from 8192 characters on. */
 void        sysSetVersion(const char *version);
 const char *sysGetVersion(void);
 
-/* Messages */
-int  sysUseEventLog(void);
+/* ------------------------------------------------ messages ------------------------------------------------ */
+
+/* "<prog>: <text>", on standard output as a rule. */
 void sysMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* "<prog>: *** ERROR: <text>", on standard output as a rule. Ends nothing. */
 void sysErrorMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
 void sysFlushStdout(void);
-void sysLineBuffer(void);
+void sysLineBuffer(void);       /* from here on standard output is written line by line */
+
+/* 1 if messages go to the system's event log instead. */
+int  sysUseEventLog(void);
+
+/* One event of at most 1023 characters; longer texts are cut. Of the level the low three bits count: 3 error,
+   4 warning, 6 information, others error. */
 void sysEventLog(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/* Failures: none of these returns */
-SYS_NORETURN void sysAssert(const char *message, const char *function, const char *file, int line);
-SYS_NORETURN void sysAssertFixed(const char *fields);                         /* 2 x 16 characters */
-SYS_NORETURN void sysAssertFixed2(const char *function, const char *message); /* 16 characters each */
-SYS_NORETURN void sysError(const char *message);
-SYS_NORETURN void sysExit(int code);
+/* ---------------------------------- failures: none of these returns --------------------------------------- */
 
 /* sysFail("nRows  <%d> error", n): formats (bounded) and asserts with this function, file and line.
    sysFailIn(function, ...) carries another function's name: a family's getter, say. */
@@ -60,51 +72,88 @@ SYS_NORETURN void sysFailAt(const char *function, const char *file, int line, co
     __attribute__((format(printf, 4, 5)));
 #define sysFail(...)             sysFailAt(__func__, __FILE__, __LINE__, __VA_ARGS__)
 #define sysFailIn(function, ...) sysFailAt(function, __FILE__, __LINE__, __VA_ARGS__)
-/* The same for sysError: "<prog>: *** ERROR: <text>", without a location. */
+
+/* The text is "<prog>: *** ASSERTION in Function <..> File <..> Line <..>\n<prog>: *** <message>". */
+SYS_NORETURN void sysAssert(const char *message, const char *function, const char *file, int line);
+
+/* The same for kernels that carry fixed texts of 16 characters, filled up with blanks; without file and line. The first
+   takes both in one array of 32, the second apart, where a shorter text may end with a zero. */
+SYS_NORETURN void sysAssertFixed(const char *fields);
+SYS_NORETURN void sysAssertFixed2(const char *function, const char *message);
+
+/* "<prog>: *** ERROR: <text>\n", without a location. */
+SYS_NORETURN void sysError(const char *message);
 SYS_NORETURN void sysErrorF(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/* The trap; exported names, see rdb/rdb.h. Use: if (setjmp(*rdbAssertEnv()) == 0) { ... } rdbAssertEndTrap(); */
+/* The orderly end of the process: output is flushed, and for a code other than 0 a second passes before and after, in
+   which whoever collects the output may read it. */
+SYS_NORETURN void sysExit(int code);
+
+/* ------------------------------------------------ the trap ------------------------------------------------ */
+
+/* The trap; exported names, see rdb/rdb.h. Use: if (setjmp(*rdbAssertEnv()) == 0) { ... } rdbAssertEndTrap();
+   A failure lands there with the value 1 and leaves the trap armed: it is disarmed on both ways out. Beyond 100 levels
+   the last one is used again. rdbAssertEndTrap gives the number of traps still armed, less 1. */
 SYS_EXPORT jmp_buf    *rdbAssertEnv(void);
-SYS_EXPORT const char *rdbAssertErrorStr(void);
+SYS_EXPORT const char *rdbAssertErrorStr(void);     /* the text of the last failure under a trap */
 SYS_EXPORT int         rdbAssertEndTrap(void);
 
-/* Machine queries */
+/* --------------------------------------------- machine queries -------------------------------------------- */
+
+/* The system's names, each cut to 19 characters, the node name to 18. Negative if the system does not tell. */
 typedef struct sysUnameRec {
     char sysName[20], nodeName[20], release[20], version[20], machine[20];
 } sysUnameRec;
 int         sysUname(sysUnameRec *rec);
+
+/* The computer's name, asked for once. May not return: "Error in uname". */
 const char *sysHostName(void);
-const char *sysPlatform(void);
+const char *sysPlatform(void);          /* the platform that prefixes configuration keys */
+
+/* Seconds since 1970, and the local time as "Mon Mar 15 21:48:04 2021". May not return: "time not available". */
 int         sysTime(void);
 const char *sysDate(void);
+
+/* Seconds since the first call, in milliseconds. */
 double      sysElapsed(void);
+
+/* The current directory into a text of `size` bytes, and changing it. May not return: "Error in getcwd; %s", "Error in
+   chdir to <%s>; %s", with the system's reason. */
 void        sysGetCwd(char *text, int size);
 void        sysSetCwd(const char *dir);
+
+/* Makes a network file system show what others have just written. Once sysSyncOff was called it does nothing. May not
+   return: "Error in getcwd; %s", "Error in chdir; %s". */
 void        sysSync(void);
 void        sysSyncOff(void);
-int         sysAvailRam(void);
-int         sysSwapSize(void);
-int64_t     sysPeakMemory(void);
+
+int         sysAvailRam(void);          /* available physical memory in megabytes     */
+int         sysSwapSize(void);          /* total swap space in megabytes              */
+int64_t     sysPeakMemory(void);        /* the process' greatest working set in bytes */
 
 /* Waiting: everything that waits calls sysSleep, and sysSleep calls the sleeper. A null sleeper restores the real
-   one; the former is returned. Tests set one that only counts. */
+   one; the former is returned. Tests set one that only counts. Seconds below 1 do not wait. */
 typedef void (*sysSleeper)(int seconds);
 void       sysSleep(int seconds);
 sysSleeper sysSetSleeper(sysSleeper sleeper);
 
-/* Loops over arrays; n below 1 does nothing */
-void sysSortInts(int *v, int n);
-int  sysSortUniqueInts(int *v, int n);
-void sysSortTuples(int *v, int n, int k);
+/* ------------------------------- loops over arrays; n below 1 does nothing -------------------------------- */
+
+void sysSortInts(int *v, int n);                            /* ascending                                            */
+int  sysSortUniqueInts(int *v, int n);                      /* ascending, each once; gives the new count            */
+void sysSortTuples(int *v, int n, int k);                   /* n tuples of k, by their integers in order            */
 void sysZeroReals(double *v, int n);
 void sysZeroInts(int *v, int n);
 void sysFillReals(double *v, int n, double value);
 void sysFillInts(int *v, int n, int value);
-void sysIotaInts(int *v, int n);
-void sysCopyReals(const double *src, double *dst, int n);
+void sysIotaInts(int *v, int n);                            /* 0, 1, 2, ...                                         */
+void sysCopyReals(const double *src, double *dst, int n);   /* the arrays may overlap                               */
 void sysCopyInts(const int *src, int *dst, int n);
 void sysAddInt(int *v, int n, int value);
-int  sysSumInts(const int *v, int n);
+int  sysSumInts(const int *v, int n);                       /* may not return: a sum beyond 32 bits                 */
+
+/* Looks for a value among n ascending keys that lie `stride` integers apart. Found: its position, flag 0. Else the last
+   position whose key is not above the value, 0 if there is none, and flag 1. */
 int  sysBinFind(const int *keys, int n, int stride, int value, int *flag);
 
 #ifdef __cplusplus
