@@ -39,7 +39,12 @@ struct rdbKeyRow {
 
 /* --------------------------------------------------------------------------------------------------- set records */
 
-typedef struct rdbList { int n, cap; void **rec; } rdbList;
+typedef struct rdbList {          /* records that begin with their name      */
+    int    n, cap;
+    void **rec;
+    dic   *names;                 /* name to position + 1, of the first nNamed; null until a name is looked for */
+    int    nNamed;
+} rdbList;
 
 typedef struct rdbVolSet {        /* VOL */
     char   *name, *file;
@@ -47,6 +52,7 @@ typedef struct rdbVolSet {        /* VOL */
     int     elmId;                /* parent element set                      */
     int    *usrIdHash;            /* element user id to row; null until used */
     int    *cnn;                  /* connectivity; null until used           */
+    int     cnnRead;              /* cnn has been read whole                 */
     tplRec *tpl, *linTpl;         /* not owned                               */
     int     fits;                 /* 0 not yet tested against the file, 1 it can hold the rows */
 } rdbVolSet;
@@ -71,12 +77,25 @@ enum {
     RDB_OSF, RDB_FAN, RDB_HEC, RDB_SFS, RDB_N_SRF_FAMS
 };
 
+/* What a set's topology object is made from: its own type and quadrature, those of its first surface set, or its own
+   as seen from the element set. rdbSrfFams.def has a row for each family. */
+enum { RDB_BY_OWN, RDB_BY_SFS, RDB_BY_ELM };
+
+typedef struct rdbSrfFam {
+    const char *keyword;          /* of its lines: "CBC"                     */
+    const char *madeAs;           /* the keyword that a message shows        */
+    int         topology;         /* RDB_BY_...                              */
+    int         hasSfss;          /* its sets are made of surface sets       */
+    const char *noFile;           /* error text of a set without a file      */
+    int       (*nodes)(rdbHd *hd, const char *key, int fam, int i, int *nodes);   /* the distinct nodes */
+} rdbSrfFam;
+
 typedef struct rdbSrfSet {        /* all sixteen families */
     char   *name, *file;
     int     sharesTexts;          /* name and file belong to the family record that this SFS was made from */
     char  **sfsNames;             /* nSfsNames of them                       */
     int     nSfsNames;
-    int    *sfsIds;               /* nSfss                                   */
+    int    *sfsIds;               /* nSfss, at least one; null: no line bound the set */
     int     nSfss;
     int     nSrfs;
     int     nNodes;               /* distinct nodes; -1 until asked          */
@@ -88,8 +107,7 @@ typedef struct rdbSrfSet {        /* all sixteen families */
     char   *volName;
     int     bcType;               /* CBC DBC PSF RSF; SSI: mesh type         */
     int     actType;              /* CBC; 1 by default                       */
-    int     gapFct;               /* SSI                                     */
-    double  gap, creaseAng;       /* SSI                                     */
+    double  gapFct, gap, creaseAng;   /* SSI                                 */
     int     aggl, agglCnt;        /* RSF                                     */
     double  agglAng, agglRad;     /* RSF                                     */
     tplRec *tpl;                  /* not owned                               */
@@ -132,6 +150,16 @@ typedef struct rdbOel {           /* OEL, OEL.VOL: arrays of nVols entries   */
     int    nVols, nRead;          /* entries announced, entries read         */
 } rdbOel;
 
+typedef struct rdbCli {           /* the client information file while it is read */
+    char       *line;             /* lineSize bytes                          */
+    int         lineSize;
+    char        file[SYS_TEXT], name[SYS_TEXT];   /* file token and set name of the last line that had one */
+    int         volumesSeen;      /* there was a VOL line                    */
+    int         setsSeen;         /* there was a VOL or an SFS line          */
+    rdbOutMesh *lastOvs, *lastOve;    /* made or matched last; not owned     */
+    int64_t     oelVolsLeft;      /* OEL.VOL lines that the file could still hold */
+} rdbCli;
+
 /* ------------------------------------------------------------------------------------------------- output families */
 
 typedef struct rdbOutInfo {       /* catalogue of one output family */
@@ -144,7 +172,12 @@ typedef struct rdbOutInfo {       /* catalogue of one output family */
     int    *varIds;               /* rows of the family's variable table     */
 } rdbOutInfo;
 
-enum { RDB_OUT_OUT, RDB_N_OUT_FAMS };                       /* caches of runHd, one per output family */
+enum {                                                      /* caches of runHd, one per output family */
+#define OUT_FAM(CACHE, ...) RDB_OUT_##CACHE,
+#include "rdb/rdbOutFams.def"
+#undef OUT_FAM
+    RDB_N_OUT_FAMS
+};
 
 typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbOut.cpp */
 
@@ -171,8 +204,9 @@ typedef struct runHd {
     char  *rstFromDir, *rstFromProblem;
     int    fileTimes[RDB_N_FILE_TIMES];
     int    nSds;
-    int   *sdNNodes;                                                /* null until the .ddc is read */
-    int  **sdNodes;
+    int    sdRead;                                                  /* the .ddc has been read      */
+    int   *sdNNodes;                                                /* nSds; null before that      */
+    int  **sdNodes;                                                 /* positions in usrIds, from 0 */
     int    sdCover;                                                 /* the lists reach every node  */
     int    nNodes;
     char  *crdFile;
@@ -188,8 +222,51 @@ typedef struct runHd {
     rdbList oaa, osa, oea, ofs, ovs, ove;                           /* rdbOaa; rdbOutMesh          */
     rdbList oel;                                                    /* rdbOel                      */
     rdbOutInfo   *out[RDB_N_OUT_FAMS];
+    rdbOutInfo   *outNew;         /* catalogue that is being built                                 */
     rdbStepFiles *stepFiles;
+    iopHd *reading;               /* the file that a getter reads now, or that one left by a jump  */
+    int   *idBuf;                 /* user ids on their way into a hash                             */
+    int   *srfBuf;                /* a surface set's connectivity or ids while a getter works      */
+    rdbCli *cli;                  /* null when rdbOpenRun is through                               */
 } runHd;
+
+/* An output family: files of one step each, `<problem>.<run>_<step>_<part>.<ext>`, whose header tells by a mask which
+   of the family's variables follow. The families stand in rdbOutFams.def, their tables in rdbInitOut.cpp. */
+
+enum { RDB_HDR_TIME, RDB_HDR_MASK, RDB_HDR_COUNT, RDB_HDR_OPT_COUNT, RDB_HDR_MASKS };
+
+typedef struct rdbOutHdr {        /* an item that stands before the arrays    */
+    const char *key;
+    int         kind;             /* RDB_HDR_...; RDB_HDR_MASKS: only if the mask is -1 */
+    int runHd::*counter;          /* of a count                               */
+} rdbOutHdr;
+
+typedef struct rdbOutVar {        /* a variable; its row is its bit in the mask */
+    const char *name;             /* as shown to the user; need not be unique */
+    const char *key;              /* of its array in the file                 */
+    int         dim;              /* reals per node, unless a counter tells it */
+    int runHd::*counter;
+} rdbOutVar;
+
+typedef struct rdbOutFam {
+    int              cache;       /* RDB_OUT_...: its place in runHd::out     */
+    const char      *ext;
+    const rdbOutHdr *hdr;
+    int              nHdr;
+    const rdbOutVar *vars;
+    int              nVars;
+    int              nBits;       /* of the two-word mask: variables told by the first word */
+    const char      *initName, *valuesName;   /* the function names that failures carry */
+} rdbOutFam;
+
+enum { RDB_MAX_OUT_HDR = 32 };
+
+typedef struct rdbOutHead {       /* a header as read                         */
+    double time;
+    int    mask, masks[2];
+    char   maskForm;
+    int    counts[RDB_MAX_OUT_HDR];   /* by row of the header table           */
+} rdbOutHead;
 
 struct rdbHd {
     int     magic;
@@ -219,42 +296,112 @@ void rdbEnter(rdbHd *hd);
 void rdbLeave(rdbHd *hd);
 /* rdbSetError, then 0: "return rdbFail(...)" */
 int  rdbFail(const char *format, ...) __attribute__((format(printf, 1, 2)));
+/* Copies a text answer into the caller's buffer of 8192 bytes; a null text gives the empty one. Returns 1. */
+int  rdbAnswerStr(void *data, const char *text);
 
-/* rdbKeys.cpp */
+/* What a getter answers: the value at `data`, and 1. An absent text is the empty one; a long one is cut. */
+static inline int rdbPutInt(void *data, int value) { return *(int *) data = value, 1; }
+static inline int rdbPutReal(void *data, double value) { return *(double *) data = value, 1; }
+static inline int rdbPutText(void *data, const char *text)
+{
+    return snprintf((char *) data, SYS_TEXT, "%s", text ? text : ""), 1;
+}
+
+/* rdbKeys.cpp: the row of a key, one of a constant table, or null */
 const rdbKeyRow *rdbFindKey(const char *name);
 
-/* rdbUpdate.cpp */
-int rdbUpdateDir(rdbHd *hd);
+/* rdbUpdate.cpp: reads the directory: its files, the runs and trace runs in it. 1; what fails does not return */
+int  rdbUpdateDir(rdbHd *hd);
+void rdbDropFiles(rdbHd *hd);          /* forgets all names of files; runs and trace runs stay */
 
 /* rdbCli.cpp, rdbSets.cpp: the client information file */
 char *rdbNewCliFile(rdbHd *hd, const char *token);
-void  rdbListAdd(rdbList *list, void *rec);
+/* One line of the file in pass 1 (VOL and SFS) or 2 (all others): 0 at the end mark */
+int   rdbReadCliLine(rdbHd *hd, const char *line, int pass);
+/* Appends a cleared record, which the list owns, and returns it */
+void *rdbListNew(rdbList *list, size_t size);
+/* Position of the last record of this name, or -1 */
+int   rdbFindName(rdbList *list, const char *name);
+void  rdbReconcileSets(rdbHd *hd);
+void  rdbCreateVolSet(rdbHd *hd, rdbElmSet *set, int volumesSeen);
+void  rdbCreateSfs(rdbHd *hd, rdbSrfSet *set, int fam, int setsSeen);
+void  rdbSetTopologies(rdbHd *hd);
+
+/* rdbSrf.cpp */
+extern const rdbSrfFam rdbSrfFams[RDB_N_SRF_FAMS];
 
 /* rdbUtil.cpp: files of the directory, decomposition, user ids */
-int    rdbReadDdc(rdbHd *hd);
+
+/* The form bit of the first listed name that begins with `name`, run files before auxiliary ones before the rest; 0 if
+   there is none. */
 int    rdbFindFile(rdbHd *hd, const char *name);
-int    rdbFindFormFile(rdbHd *hd, const char *base, const char *ext, char *path, int *merged);   /* path: SYS_TEXT */
+/* Finds <base>0.<ext>, or else <base>x.<ext>, which *merged tells (1 also if there is neither). path: SYS_TEXT bytes,
+   takes the file's path without the form's suffix. The form bit, or 0 and ".<ext> file not found". */
+int    rdbFindFormFile(rdbHd *hd, const char *base, const char *ext, char *path, int *merged);
+/* The same, opened: the caller's, or null and the error text. May not return, as the other openings. */
 iopHd *rdbOpenFormFile(rdbHd *hd, const char *base, const char *ext, int *merged);
+/* Opens a path; opt: form bit and the rest of the option word. rdbOpenReadFile adds IOP_READ. */
 iopHd *rdbOpenDirFile(rdbHd *hd, const char *path, int opt);
 iopHd *rdbOpenReadFile(rdbHd *hd, const char *path, int opt);
+/* Opens a name of the directory to read, in the form of the run's data files, and waits long for it */
 iopHd *rdbOpenRunFile(rdbHd *hd, const char *name);
+/* A name or path of at most SYS_TEXT bytes. One that is cut is no file's: names on disk are far shorter. */
+void   rdbFormat(char *text, const char *format, ...) __attribute__((format(printf, 2, 3)));
+/* The form's suffix on disk: ".B" for IOP_BINARY, "" for text */
+const char *rdbFormSuffix(int opt);
+
+/* A getter's own file, which the run holds while it is read: a read that jumps out then loses nothing, since the next
+   one, or closing the run, closes the file. One file at a time. rdbHoldFile returns fh. */
+iopHd *rdbHoldFile(rdbHd *hd, iopHd *fh);
+void   rdbCloseHeld(rdbHd *hd);
+
+/* Reads the run's .ddc into sdNNodes and sdNodes, once; a run without subdomains needs none. 1, or 0 and ".ddc file not
+   found" or "Inconsistent .ddc file". A damaged file does not return. */
+int    rdbReadDdc(rdbHd *hd);
+/* Opens the .ddc and reads up to "nElems": a held file, or null after rdbSetError */
+iopHd *rdbOpenDdc(rdbHd *hd, int *nElems);
+
+/* Hashes (mtx/mtxHash.h) from node user id to position and from element user id to row of the volume, and the volume's
+   connectivity in user ids, nElemNodes per element. All are read at first use and stay the run's. 1, or 0 and the error
+   text; a connectivity that cannot be read does not return. */
 int    rdbGetUsrIdHash(rdbHd *hd, int **hash);
 int    rdbGetVolUsrIdHash(rdbHd *hd, int volId, int **hash);
 int    rdbGetVolCnn(rdbHd *hd, int volId, int **cnn);
 
-/* rdbGeom.cpp: table files. Reads part `part` of the `nParts` of a table file whose rows and columns must be as given,
-   into ints or reals (one of them null); `function` is the name that a failure carries. */
+/* rdbGeom.cpp: table files */
+
+/* Opens a data file by the name in the client information file; form: iopGetFileOpt of it */
 iopHd *rdbOpenDataFile(rdbHd *hd, const char *name, int form);
+/* Reads part `part` of the nParts of a table file, whose rows and columns must be as given, row by row into ints or
+   reals (the other null). The last part has the columns that the others, of one each, leave. Returns 1; what does not
+   fit does not return, with `function` as the failure's function name. */
 int    rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, int nRows, int nCols, int part,
                     int *ints, double *reals);
-/* A count of rows that its file cannot hold is refused before anybody sizes a buffer by it: 1, or 0 and the error
-   text. rowBytes: bytes of a row in binary form. *fits remembers a good answer. */
+/* A count of rows that its file cannot hold is refused before anybody sizes a buffer by it: 1, or 0 and the error text.
+   A row has nInts integers and nReals reals. A file that is not on disk, or null, refuses nothing. *fits remembers a
+   good answer. */
 int    rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, int *fits);
 
-/* rdbInitOut.cpp, rdbOut.cpp */
+/* rdbInitOut.cpp, rdbOut.cpp: outputs on the run's nodes */
+
+/* Builds the catalogue of a family, runHd::out[fam->cache], if it is not there. 1, or 0 and the error text; a damaged
+   file does not return. Either way a failure leaves no catalogue and the counters as they were. */
 int  rdbInitOut(rdbHd *hd);
+int  rdbInitOutFam(rdbHd *hd, const rdbOutFam *fam);
+/* Reads the header of a step file; the next key is "nNodes". check: the run whose counters the file must agree with (it
+   must hold fh), or null. */
+void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head);
+/* What the names of a step's files begin with, "<problem>.<run>_<step>_"; base: SYS_TEXT bytes */
+void rdbOutBase(rdbHd *hd, int step, char *base);
+/* Reals per node of a variable; var: row of the family's table */
+int  rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var);
 void rdbDropOutInfo(rdbOutInfo **info);
+/* Closes what the run keeps open, or was left with, between two requests */
 void rdbDropStepFiles(runHd *run);
+
+#define OUT_FAM(CACHE, Fam, fam, ...) extern const rdbOutFam fam##Fam;
+#include "rdb/rdbOutFams.def"
+#undef OUT_FAM
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,297 @@
+/* rdbUpdate.cpp: what is in the directory, and whether that has changed.
+ *
+ * Which files belong to the problem, and what they are, is told by their names alone: a long run has a file for each
+ * step, and none of them is opened or asked for its time. Four regular expressions sort the names. The problem's name
+ * stands in them as it is, so that what is special in an expression is special there too.
+ *
+ * rdbUpdate looks at the time of the directory, which moves whenever the solver makes a file. If it moved, the names
+ * are read anew and the open run is opened anew, which drops all that was cached. Nothing else can have changed: no
+ * cache holds what comes from one growing file.
+ *
+ * A scan gives its arrays to the handle as it fills them, and counts them only when they stand: a failure in the middle
+ * leaves a handle that knows less, never one that points nowhere.
+ *
+ * In this file: names, expressions, the scan in its steps, the update, and the keys that answer from the lists. */
+
+#include "rdb/rdbInt.h"
+
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/regExpr.h"
+
+static const char runTail[] =
+    "\\.[0-9]+(\\.(cli|ddc|fwh|ohd|top|log|osi|oss|oth|ori|oqi|oei|oes|ofc|ohc|rad|tmf|rff|mmo|fbd|dop|sig|vfm)"
+    "|_[0-9]+(\\.(dat|ohd|rst|osn|oaa|ofs|ovs|ove|pli)"
+    "|_[0-9x]+(\\.(out|rst|ocn|opv|ota|ora|odq|onr|oee|oae|orn|oqf|psl|ptc|pps|pin)"
+    "|_[0-9x]+\\.(osf|orf|oaa|ofs|ovs|ove))))(\\.[BZHC])?$";
+static const char auxTail[]   = "(\\.slv|\\.rad|\\.[0-9]+\\.slv|\\.rad|\\.sig|\\.vis)(\\.(B|Z))?$";
+static const char cliTail[]   = "\\.([0-9]+)\\.cli$";
+/* begins by repeating the problem's last character, and has no end: pp.1_2_3.psl.B is a trace file of problem p */
+static const char traceTail[] = "+(\\.[0-9]+(_[0-9x]+(_[0-9x]+(\\.(psl|ptc|pps|pin|pli)))))";
+
+/* ------------------------------------------------------------------------------------------------------ expressions */
+
+/* The expression in force. One serves all, one after the other; the engine grows its code where a problem's name takes
+   more than usual, and the code stays for the next scan. */
+static rePattern pattern;
+
+static void compile(const char *problem, const char *tail)
+{
+    char text[SYS_TEXT];
+    if (snprintf(text, sizeof text, "%s%s%s", "^", problem, tail) >= (int) sizeof text)
+        sysFailIn("rdbUpdateDir", "problem name is too long <%s>", problem);
+    const char *error = reCompilePattern(text, (int) strlen(text), &pattern);
+    if (error) sysFailIn("rdbUpdateDir", "%s; problem <%s>", error, problem);
+}
+
+static int matches(const char *name, reRegisters *regs)
+{
+    const int n = reMatch(&pattern, name, (int) strlen(name), 0, regs);
+    if (n == -2) sysFailIn("rdbUpdateDir", "expression is too complex for file <%s>", name);
+    return n >= 0;
+}
+
+/* The number behind the first `skip` characters of a group, octal if it begins with 0. Returns 0 if it is too large to
+   be an id: no run can be asked for by it. */
+static int groupNumber(const char *name, const reRegisters *regs, int group, int skip, int *number)
+{
+    if (regs->end[group] <= regs->start[group])
+        sysFailIn("rdbUpdateDir", "Inconsistent pattern matching for file <%s>", name);
+    const long value = strtol(name + regs->start[group] + skip, nullptr, 0);
+    *number = (int) value;
+    return value >= 0 && value <= INT_MAX;
+}
+
+static int runOf(const char *name, int *runId)
+{
+    reRegisters regs;
+    return matches(name, &regs) && groupNumber(name, &regs, 1, 0, runId);
+}
+
+/* pair: run id, trace id. The groups begin with "." and "_". */
+static int traceOf(const char *name, int pair[2])
+{
+    reRegisters regs;
+    return matches(name, &regs) && groupNumber(name, &regs, 1, 1, &pair[0]) && groupNumber(name, &regs, 2, 1, &pair[1]);
+}
+
+/* ---------------------------------------------------------------------------------------------- the steps of a scan */
+
+void rdbDropFiles(rdbHd *hd)
+{
+    for (int i = 0; i < hd->nFiles; ++i) memFree(hd->files[i]);
+    hd->nFiles = hd->nRunFiles = hd->nAuxFiles = hd->nUndefFiles = hd->nContainers = 0;
+    memFree(hd->files);
+    hd->auxFiles = hd->undefFiles = nullptr;
+    memFree(hd->containerNames);
+    if (hd->fileDic) dicFree(hd->fileDic);
+    hd->fileDic = nullptr;
+}
+
+static void readNames(rdbHd *hd)
+{
+    int room = 100;
+    hd->files = memNew(char *, room);
+    iopDir *dir = iopOpenDir(hd->dir);
+    while (const char *name = iopReadDir(dir)) {
+        if (!strcmp(name, ".") || !strcmp(name, "..")) continue;
+        if (hd->nFiles == room) {
+            const int more = 2 * room + 100;
+            hd->files = (char **) memRealloc(hd->files, memSize(room, sizeof(char *)), memSize(more, sizeof(char *)),
+                                             __FILE__, __LINE__, 0);
+            room = more;
+        }
+        hd->files[hd->nFiles] = memDup(name);
+        ++hd->nFiles;
+    }
+    iopCloseDir(dir);
+}
+
+/* Containers are known by their names, which belong to `files`. They are not opened: there is no reader for what is
+   inside of them yet, and their members are not among the files. */
+static void noteContainers(rdbHd *hd)
+{
+    int n = 0;
+    for (int i = 0; i < hd->nFiles; ++i) n += iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER;
+    hd->containerNames = memNew(char *, n);
+    for (int i = 0; i < hd->nFiles; ++i)
+        if (iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER) hd->containerNames[hd->nContainers++] = hd->files[i];
+}
+
+/* Brings the names that match to the front. Returns how many. */
+static int bringForward(char **names, int n)
+{
+    int i = 0;
+    while (i < n)
+        if (matches(names[i], nullptr)) ++i;
+        else std::swap(names[i], names[--n]);
+    return i;
+}
+
+static void sortNames(char **names, int n)
+{
+    std::sort(names, names + n, [](const char *a, const char *b) { return strcmp(a, b) < 0; });
+}
+
+/* Run files, auxiliary files, the rest. */
+static void classify(rdbHd *hd)
+{
+    compile(hd->problem, runTail);
+    const int nRunFiles = bringForward(hd->files, hd->nFiles);
+    compile(hd->problem, auxTail);
+    const int nAuxFiles = bringForward(hd->files + nRunFiles, hd->nFiles - nRunFiles);
+
+    hd->nRunFiles   = nRunFiles;
+    hd->nAuxFiles   = nAuxFiles;
+    hd->nUndefFiles = hd->nFiles - nRunFiles - nAuxFiles;
+    hd->auxFiles    = hd->files + nRunFiles;
+    hd->undefFiles  = hd->auxFiles + nAuxFiles;
+    sortNames(hd->files, hd->nRunFiles);
+    sortNames(hd->auxFiles, hd->nAuxFiles);
+    sortNames(hd->undefFiles, hd->nUndefFiles);
+}
+
+/* A run is a client information file in text form. Two names for one run id fail in the hash. */
+static void findRuns(rdbHd *hd)
+{
+    int n = 0, id;
+    compile(hd->problem, cliTail);
+    for (int i = 0; i < hd->nRunFiles; ++i) n += runOf(hd->files[i], &id);
+
+    hd->nRuns = 0;
+    hd->maxRunId = -1;
+    memFree(hd->runIds);
+    memFree(hd->runIdHash);
+    hd->runIds = memNew(int, n);
+    for (int i = 0, k = 0; i < hd->nRunFiles && k < n; ++i)
+        if (runOf(hd->files[i], &id)) hd->runIds[k++] = id;
+    sysSortInts(hd->runIds, n);
+    if (n > 0) hd->runIdHash = mtxNewInvHash(hd->runIds, n);
+    if (n > 0) hd->maxRunId = hd->runIds[n - 1];
+    hd->nRuns = n;
+}
+
+/* Many files make one trace run: one for each kind and piece. Where there are none, nTruns and maxTrunId keep what they
+   held: a client that has a trace run open goes on counting with them. */
+static void findTruns(rdbHd *hd)
+{
+    int n = 0, k = 0, found[2];
+    memFree(hd->trunIds);
+    memFree(hd->trunRunIds);
+    compile(hd->problem, traceTail);
+    for (int i = 0; i < hd->nRunFiles; ++i) n += traceOf(hd->files[i], found);
+    if (n == 0) return;
+
+    int *pairs = memNew(int, 2 * (int64_t) n);
+    for (int i = 0; i < hd->nRunFiles; ++i) {
+        if (!traceOf(hd->files[i], found)) continue;
+        if (k < n) memcpy(pairs + 2 * k, found, sizeof found);
+        ++k;
+    }
+    if (k != n) sysFailIn("rdbUpdateDir", "iTrFile = <%d> does not equal nTrFiles = <%d>", k, n);
+    sysSortTuples(pairs, n, 2);
+
+    k = 0;
+    for (int i = 0; i < n; ++i)
+        if (k == 0 || memcmp(pairs + 2 * (k - 1), pairs + 2 * i, sizeof found))
+            memmove(pairs + 2 * k++, pairs + 2 * i, sizeof found);
+
+    hd->nTruns = 0;
+    hd->maxTrunId = -1;
+    hd->trunIds = memNew(int, k);
+    hd->trunRunIds = memNew(int, k);
+    for (int i = 0; i < k; ++i) {
+        hd->trunRunIds[i] = pairs[2 * i];
+        hd->trunIds[i] = pairs[2 * i + 1];
+        hd->maxTrunId = std::max(hd->maxTrunId, hd->trunIds[i]);
+    }
+    hd->nTruns = k;
+    memFree(pairs);
+}
+
+int rdbUpdateDir(rdbHd *hd)
+{
+    rdbDropFiles(hd);
+    hd->fileDic = dicNew(0);        /* for members of containers alone: what it does not hold lies in the directory */
+    rdbEnter(hd);
+    readNames(hd);
+    noteContainers(hd);
+    classify(hd);
+    findRuns(hd);
+    findTruns(hd);
+    rdbLeave(hd);
+    return 1;
+}
+
+/* ------------------------------------------------------------------------------------------------------- the update */
+
+/* With the guard held. The directory's time is stored only when all went well, so that the next update tries again. */
+static int update(rdbHd *hd, int *flag)
+{
+    sysSync();                       /* on a network file system: so that we see what the solver has made */
+    const int time = iopFileTime(hd->dir);
+    if (time <= 0 && !iopIsDir(hd->dir)) return rdbFail("directory %s not found", hd->dir);
+    if (time > hd->dirTime) {
+        *flag = 1;
+        rdbUpdateDir(hd);
+        if (hd->nRuns == 0) return rdbFail("problem %s not found", hd->problem);
+        if (hd->run && !rdbOpenRun(hd, hd->runId)) return 0;
+    }
+    hd->dirTime = time;
+    if (*flag) hd->lastUpdate = sysTime();
+    return 1;
+}
+
+int rdbUpdate(rdbHd *hd, int *flag)
+{
+    if (!hd) return rdbFail("rdb not initialized");
+    *flag = 0;
+    rdbEnter(hd);
+    const int ok = update(hd, flag);
+    rdbLeave(hd);
+    return ok;
+}
+
+/* ------------------------------------------------------------------------------------------------ keys of the lists */
+
+/* After a scan that found no trace file, nTruns still counts the former ones. */
+static int oneTrun(const int *ids, int i, int *answer)
+{
+    if (!ids) return rdbFail("no trace runs found");
+    *answer = ids[i];
+    return 1;
+}
+
+static int allTruns(const rdbHd *hd, const int *ids, int *answer)
+{
+    if (!ids && hd->nTruns > 0) return rdbFail("no trace runs found");
+    sysCopyInts(ids, answer, hd->nTruns);
+    return 1;
+}
+
+extern "C" {
+
+RDB_GETTER(rdb_nFiles)        { return rdbPutInt(data, hd->nFiles); }
+RDB_GETTER(rdb_nAuxFiles)     { return rdbPutInt(data, hd->nAuxFiles); }
+RDB_GETTER(rdb_nUndefFiles)   { return rdbPutInt(data, hd->nUndefFiles); }
+RDB_GETTER(rdb_fileName)      { return rdbPutText(data, hd->files[i1]); }
+RDB_GETTER(rdb_auxFileName)   { return rdbPutText(data, hd->auxFiles[i1]); }
+RDB_GETTER(rdb_undefFileName) { return rdbPutText(data, hd->undefFiles[i1]); }
+
+RDB_GETTER(rdb_nRuns)         { return rdbPutInt(data, hd->nRuns); }
+RDB_GETTER(rdb_runId)         { return rdbPutInt(data, hd->runIds[i1]); }
+RDB_GETTER(rdb_runIds)        { sysCopyInts(hd->runIds, (int *) data, hd->nRuns); return 1; }
+
+RDB_GETTER(rdb_nTruns)        { return rdbPutInt(data, hd->nTruns); }
+RDB_GETTER(rdb_maxTrunId)     { return rdbPutInt(data, hd->maxTrunId); }
+RDB_GETTER(rdb_trunId)        { return oneTrun(hd->trunIds, i1, (int *) data); }
+RDB_GETTER(rdb_trunRunId)     { return oneTrun(hd->trunRunIds, i1, (int *) data); }
+RDB_GETTER(rdb_trunIds)       { return allTruns(hd, hd->trunIds, (int *) data); }
+RDB_GETTER(rdb_trunRunIds)    { return allTruns(hd, hd->trunRunIds, (int *) data); }
+
+}

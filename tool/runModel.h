@@ -122,12 +122,17 @@ struct Group {
     int              elm;                 /* the parent element set of a surface group; its own place of an elm */
 };
 
+enum class Family { elm, osf, cbc, rsf, srs };
+
 /* value = c0 + cx x + cy y + cz z + cs s + cxs x s, with s the position of the step, from 0. Coordinates are those of
    the mesh at rest and multiples of 1/1024, coefficients are multiples of 1/128: all sums are exact in 64 bits. */
 struct Formula { double c0, cx, cy, cz, cs, cxs; };
 
 /* an array that the reader plugin shows: components first to first+nComps-1 of a variable */
 struct ShownArray { std::string name; int var, first, nComps; };
+
+/* a named group as the reader plugin tells it: block numbers from 0, surface sets first, then volumes */
+struct ShownGroup { std::string name; std::vector<int> blocks; };
 
 class RunModel {
 public:
@@ -140,6 +145,7 @@ public:
     std::vector<VolSet> vols;
     std::vector<SrfSet> sfss;
     std::vector<Group>  elms, osfs, cbcs, rsfs, srss;
+    const std::vector<Group> &groups(Family family) const;
     std::vector<std::vector<int>> parts;  /* node positions of each output part                             */
     std::vector<Var>    vars;
     std::vector<std::string> speciesNames, fieldNames;
@@ -157,21 +163,28 @@ public:
     int nBlocks() const { return (int) (sfss.size() + vols.size()); }
     std::string      blockName(int block) const;     /* surface sets first, then volumes                    */
     std::vector<int> blockNodes(int block) const;    /* node positions in the order of the block's points   */
+    int              cellType(int block) const;      /* the plugin's cell type; -1 where there is none         */
     std::vector<ShownArray> shownArrays() const;
+    std::vector<ShownGroup> shownGroups(Family family) const;  /* boundary conditions of one name are merged   */
 
 private:
     struct Place;                         /* a node's place on the lattice and in space */
     Place place(int node) const;
-    int   cornerNode(int i, int j, int k) const;
+    int   latticeNode(int i, int j, int k) const;
     int   centreNode(int i, int j, int k) const;
-    void  demoValues(int index, int dim, const Place &at, int step, double *comps) const;
+    void  elemNodes(const int *cellNodes, int type, int i, int j, int k, int *nodes) const;
+    int   sdOfSlab(int i) const;
+    std::vector<int> makeIds(int64_t n, unsigned kind) const;
+    void  shuffle(std::vector<int> *list, unsigned kind) const;
+    void  demoValues(int row, int dim, const Place &at, int step, double *comps) const;
     void  makeLattice();
+    void  makeVars();
     void  makeVolumes();
     void  makeSurfaces();
     void  makeGroups();
     void  makeParts();
-    void  makeVars();
 
+    std::vector<int> kinds;               /* of each surface set: where it lies                             */
     int nxN, nyN, nzN;                    /* lattice nodes in each direction                                */
     int grain;                            /* lattice steps per cell: 2 for ten-node elements, else 1        */
     int centres0, centres1;               /* slabs of cells that have a node in their middle: [from, to)    */

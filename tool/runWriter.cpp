@@ -1,0 +1,379 @@
+/* runWriter.cpp: the files of a generated run.
+ *
+ * The client information is always text; all other files are token streams in the storage form of the run. A table file
+ * holds its columns in parts: ids first, then coordinates or connectivity, all in user ids. Rows are made block by
+ * block while they are written, so a mesh is in memory once and a field never.
+ *
+ * In this file: table files, client information, decomposition, node lists, nodal output, the run as a whole. */
+
+#include "tool/runWriter.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace tool {
+
+namespace {
+
+using IntRows  = TokenFile::Rows<int32_t>;
+using RealRows = TokenFile::Rows<double>;
+
+enum { INT_PART = 1, REAL_PART = 2 };
+
+/* the families of surface groups: their lines, their files, and what a line has beyond that of all families */
+struct SrfFamily { Family family; const char *keyword, *suffix, *own; };
+const SrfFamily srfFamilies[] = {
+    { Family::cbc, "CBC", ".cbc", " bcType 3 actType 1"                                   },
+    { Family::osf, "OSF", ".osf", ""                                                      },
+    { Family::rsf, "RSF", ".rsf", " aggl 1 agglCnt 4 agglAng 30 agglRad 0.5 bcType 2"     },
+    { Family::srs, "SRS", ".srs", ""                                                      },
+};
+
+/* <data folder>/<problem>.<run>, the beginning of all names in it */
+std::string baseName(const RunSpec &spec) { return spec.problem + "." + std::to_string(spec.run); }
+std::string dataBase(const RunSpec &spec) { return dataFolder(spec) + "/" + baseName(spec); }
+
+/* ---- table files ---- */
+
+void tableHead(TokenFile &file, int nParts, int nRows, int nCols)
+{
+    file.keyInt("nParts", nParts);
+    file.keyInt("nRows", nRows);
+    file.keyInt("nCols", nCols);
+}
+
+template <class Data> void intPart(TokenFile &file, int nCols, int nRows, const Data &data)
+{
+    file.keyInt("type", INT_PART);
+    file.keyInt("nCols", nCols);
+    file.keyInts("intVec", nCols, nRows, data);
+}
+
+/* node positions as user ids */
+IntRows asUsrIds(const RunModel &model, const std::vector<int> &nodes, int nCols)
+{
+    return [&model, &nodes, nCols](int64_t first, int64_t n, int32_t *ids) {
+        const int *node = nodes.data() + first * nCols;
+        for (int64_t i = 0; i < n * nCols; ++i) ids[i] = model.usrIds[node[i]];
+    };
+}
+
+void writeCoordinates(const RunModel &model)
+{
+    TokenFile file(dataBase(model.spec) + ".crd", model.spec.form);
+    tableHead(file, 2, model.nNodes, 4);
+    intPart(file, 1, model.nNodes, model.usrIds.data());
+    file.keyInt("type", REAL_PART);
+    file.keyInt("nCols", 3);
+    file.keyReals("realVec", 3, model.nNodes, RealRows([&](int64_t first, int64_t n, double *xyz) {
+        for (int64_t i = 0; i < n; ++i) model.crd((int) (first + i), xyz + 3 * i);
+    }));
+    file.close();
+}
+
+/* a volume, or an element group of several volumes */
+void writeElements(const RunModel &model, const std::string &suffix, const std::vector<int> &vols)
+{
+    VolSet all;
+    const VolSet *set = &model.vols[vols[0]];
+    if (vols.size() > 1) {
+        all = *set;
+        for (size_t v = 1; v < vols.size(); ++v) {
+            const VolSet &more = model.vols[vols[v]];
+            all.usrIds.insert(all.usrIds.end(), more.usrIds.begin(), more.usrIds.end());
+            all.cnn.insert(all.cnn.end(), more.cnn.begin(), more.cnn.end());
+        }
+        set = &all;
+    }
+    TokenFile file(dataBase(model.spec) + suffix, model.spec.form);
+    tableHead(file, 2, set->nElems(), set->nen + 1);
+    intPart(file, 1, set->nElems(), set->usrIds.data());
+    intPart(file, set->nen, set->nElems(), asUsrIds(model, set->cnn, set->nen));
+    file.close();
+}
+
+/* the members of a group one behind the other: element ids, surface ids, connectivity */
+SrfSet joined(const RunModel &model, const std::vector<int> &members)
+{
+    SrfSet all = model.sfss[members[0]];
+    all.elems.clear();
+    all.usrIds.clear();
+    all.cnn.clear();
+    for (int m : members) {
+        const SrfSet &set = model.sfss[m];
+        for (int e : set.elems) all.elems.push_back(model.vols[set.vol].usrIds[e]);
+        all.usrIds.insert(all.usrIds.end(), set.usrIds.begin(), set.usrIds.end());
+        all.cnn.insert(all.cnn.end(), set.cnn.begin(), set.cnn.end());
+    }
+    return all;
+}
+
+void writeSurfaces(const RunModel &model, const std::string &suffix, const std::vector<int> &members)
+{
+    const SrfSet set = joined(model, members);
+    TokenFile file(dataBase(model.spec) + suffix, model.spec.form);
+    tableHead(file, 3, set.nSrfs(), set.nSrfNodes + 2);
+    intPart(file, 1, set.nSrfs(), set.elems.data());
+    intPart(file, 1, set.nSrfs(), set.usrIds.data());
+    intPart(file, set.nSrfNodes, set.nSrfs(), asUsrIds(model, set.cnn, set.nSrfNodes));
+    file.close();
+}
+
+/* ---- client information ---- */
+
+class ClientInfo {
+public:
+    explicit ClientInfo(const RunModel &run) : model(run), spec(run.spec) {}
+
+    void write()
+    {
+        const std::string name = dataBase(spec) + ".cli";
+        std::ofstream file(name, std::ios::trunc);
+        head();
+        sets();
+        groups();
+        names();
+        line("END", "");
+        file << text;
+        file.close();
+        if (!file) throw std::runtime_error("file " + name + " cannot be written");
+    }
+
+private:
+    const RunModel &model;
+    const RunSpec  &spec;
+    std::string     text = "# client information of a generated run\n";
+
+    void line(const std::string &keyword, const std::string &rest)
+    {
+        text += "#@ " + keyword + (rest.empty() ? "" : " ") + rest + "\n";
+    }
+    static std::string quoted(const std::string &name) { return "\"" + name + "\""; }
+    static std::string num(const char *label, int64_t n) { return std::string(" ") + label + " " + std::to_string(n); }
+
+    std::string file(const std::string &suffix) const
+    {
+        return spec.dataDir + "/" + baseName(spec) + suffix + formSuffix(spec.form);
+    }
+    std::string named(const std::string &suffix, int id, const std::string &name) const
+    {
+        return file(suffix + std::to_string(id)) + " " + quoted(name);
+    }
+
+    void head()
+    {
+        line("DATE", "Mon Mar 15 12:00:00 2021");
+        line("VERSION", "2021.1");
+        line("DIR", spec.dataDir);
+        line("FMT", std::to_string(formOpt(spec.form)));
+        line("NSDS", std::to_string(spec.nSds));
+        line("TITLE", quoted(spec.title));
+        line("SUBTITLE", quoted(""));
+        line("BASE_UNIT", quoted("SI units"));
+        line("PMC", "order 1 lump 0 damp 0 alpha 0.5 alphaMass 0.5 gamma 0.5");
+        line("CRD", file(".crd") + num("nNodes", model.nNodes));
+    }
+
+    /* what the lines of all surface sets and groups have in common */
+    static std::string srfNums(int64_t nSrfs, const SrfSet &set, const char *parent, int parentId)
+    {
+        return num("nSrfs", nSrfs) + num("type", set.type) + num("nSrfNodes", set.nSrfNodes) + num("quad", 1)
+             + num(parent, parentId) + num("medium", 1);
+    }
+
+    void sets()
+    {
+        for (size_t v = 0; v < model.vols.size(); ++v) {
+            const VolSet &vol = model.vols[v];
+            line("VOL", named(".vol", (int) v, vol.name) + num("nElems", vol.nElems()) + num("type", vol.type)
+                        + num("nen", vol.nen));
+        }
+        for (size_t s = 0; s < model.sfss.size(); ++s) {
+            const SrfSet &set = model.sfss[s];
+            line("SFS", named(".sfs", (int) s, set.name) + srfNums(set.nSrfs(), set, "vol", set.vol)
+                        + " volName " + quoted(model.vols[set.vol].name));
+        }
+        for (size_t e = 0; e < model.elms.size(); ++e) {
+            const Group &elm = model.elms[e];
+            int64_t nElems = 0;
+            for (int v : elm.members) nElems += model.vols[v].nElems();
+            const VolSet &vol = model.vols[elm.members[0]];
+            line("CNN", named(".cnn", (int) e, elm.name) + num("nElems", nElems) + num("type", vol.type)
+                        + num("nen", vol.nen) + " quad 1 medium 1 rff 0 thick 1 tol 0");
+            std::vector<std::string> names;
+            for (int v : elm.members) names.push_back(model.vols[v].name);
+            nameList("CNN.VOL", elm.name, names);
+        }
+    }
+
+    /* names are read by counted characters: one blank between them, no more */
+    void nameList(const std::string &keyword, const std::string &name, const std::vector<std::string> &members)
+    {
+        std::string rest = quoted(name) + " " + std::to_string(members.size());
+        for (const std::string &member : members) rest += " " + quoted(member);
+        line(keyword, rest);
+    }
+
+    void family(const SrfFamily &family)
+    {
+        const std::vector<Group> &list = model.groups(family.family);
+        const std::string keyword = family.keyword;
+        for (size_t g = 0; g < list.size(); ++g) {
+            int64_t nSrfs = 0;
+            std::vector<std::string> names;
+            for (int s : list[g].members) {
+                nSrfs += model.sfss[s].nSrfs();
+                names.push_back(model.sfss[s].name);
+            }
+            const SrfSet &set = model.sfss[list[g].members[0]];
+            line(keyword, named(family.suffix, (int) g, list[g].name) + srfNums(nSrfs, set, "elm", list[g].elm)
+                          + family.own);
+            nameList(keyword + ".SFS", list[g].name, names);
+        }
+    }
+
+    void groups()
+    {
+        for (const SrfFamily &f : srfFamilies) family(f);
+        for (size_t s = 0; spec.nameNeighbors && s < model.sfss.size(); ++s)
+            if (model.sfss[s].neighbor >= 0)
+                line("SFS.SFS", std::to_string(s) + " " + std::to_string(model.sfss[s].neighbor));
+    }
+
+    void names()
+    {
+        for (const std::string &name : model.speciesNames) line("SPC", " " + quoted(name) + " mass_fraction");
+        for (const std::string &name : model.fieldNames)   line("MFD", " " + quoted(name) + " field 1");
+    }
+};
+
+/* ---- decomposition and node lists ---- */
+
+void writeDecomposition(const RunModel &model)
+{
+    std::vector<int> colors;
+    for (const VolSet &vol : model.vols) colors.insert(colors.end(), vol.sds.begin(), vol.sds.end());
+
+    TokenFile file(dataBase(model.spec) + ".ddc", model.spec.form);
+    file.keyInt("nSds", model.spec.nSds);
+    file.keyInt("nElems", (int) colors.size());
+    file.keyInts("color", 1, (int) colors.size(), colors.data());
+    file.keyInt("nNodes", model.nNodes);
+    file.keyInts("usrIds", 1, model.nNodes, model.usrIds.data());
+    for (size_t sd = 0; sd < model.parts.size(); ++sd) {
+        const std::vector<int> &nodes = model.parts[sd];
+        file.keyInt("sdId", (int) sd);
+        file.keyInt("nNodes", (int) nodes.size());
+        file.keyInts("nodes", 1, (int) nodes.size(), nodes.data());
+    }
+    file.close();
+}
+
+void writeNodeList(const RunModel &model, size_t osf)
+{
+    std::vector<int> nodes = joined(model, model.osfs[osf].members).cnn;
+    for (int &node : nodes) node = model.usrIds[node];
+    std::sort(nodes.begin(), nodes.end());
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+
+    TokenFile file(dataBase(model.spec) + "_" + std::to_string(osf) + ".osn", model.spec.form);
+    file.keyInt("nSds", model.spec.nSds);
+    file.keyInt("nNodes", (int) nodes.size());
+    file.keyInts("usrIds", 1, (int) nodes.size(), nodes.data());
+    file.close();
+}
+
+/* ---- nodal output ---- */
+
+void writePart(TokenFile &file, const RunModel &model, int step, const std::vector<int> &nodes)
+{
+    const RunSpec &spec = model.spec;
+    const uint32_t low = (uint32_t) spec.mask & 0x7fffffffu, high = (uint32_t) (spec.mask >> 31);
+    const bool twoWords = spec.twoWords || high != 0;
+    const int  nNodes = (int) nodes.size();
+
+    file.keyReal("time", model.time(step));
+    file.keyInt("mask", twoWords ? -1 : (int) low);
+    file.keyInt("nSpecs", spec.nSpecs);
+    if (!spec.omitFilms)  file.keyInt("nFilms", spec.nFilms);
+    if (!spec.omitFields) file.keyInt("nFields", spec.nFields);
+    file.keyInt("nAoutVecs", spec.nAoutVecs);
+    if (twoWords) {
+        const int32_t masks[2] = {(int32_t) low, (int32_t) high};
+        file.keyInts("masks", 2, 1, masks);
+    }
+    file.keyInt("nNodes", nNodes);
+
+    /* readers step over every variable of the table: one that the run lacks stands there without rows */
+    int row = 0;
+    for (int v = 0; v < (int) model.vars.size(); ++v, ++row) {
+        const Var &var = model.vars[v];
+        for (; row < var.index; ++row) file.keyReals(outVarRows[row].key, outVarRows[row].dim, 0, nullptr);
+        file.keyReals(var.key, var.dim, nNodes, RealRows([&](int64_t first, int64_t n, double *rows) {
+            for (int64_t i = 0; i < n; ++i) model.values(v, nodes[first + i], step, rows + i * var.dim);
+        }));
+    }
+}
+
+void writeStep(const RunModel &model, int step)
+{
+    const std::string base = dataBase(model.spec) + "_" + std::to_string(model.spec.steps[step]) + "_";
+    if (model.spec.merged) {
+        TokenFile file(base + "x.out", model.spec.form);
+        for (const auto &part : model.parts) writePart(file, model, step, part);
+        file.close();
+        return;
+    }
+    for (size_t p = 0; p < model.parts.size(); ++p) {
+        TokenFile file(base + std::to_string(p) + ".out", model.spec.form);
+        writePart(file, model, step, model.parts[p]);
+        file.close();
+    }
+}
+
+/* ---- the run ---- */
+
+void writeLog(const RunSpec &spec)
+{
+    std::ofstream file(logFile(spec), std::ios::trunc);
+    file << "log of " << spec.title << "\n";
+    file.close();
+    if (!file) throw std::runtime_error("file " + logFile(spec) + " cannot be written");
+}
+
+}
+
+std::string dataFolder(const RunSpec &spec) { return spec.dir + "/" + spec.dataDir; }
+std::string logFile(const RunSpec &spec)    { return spec.dir + "/" + baseName(spec) + ".Log"; }
+
+void writeRun(const RunModel &model)
+{
+    const RunSpec &spec = model.spec;
+    fs::create_directories(dataFolder(spec));
+    writeCoordinates(model);
+    const auto numbered = [](const char *suffix, size_t n) { return suffix + std::to_string(n); };
+    for (size_t v = 0; v < model.vols.size(); ++v) writeElements(model, numbered(".vol", v), {(int) v});
+    for (size_t e = 0; e < model.elms.size(); ++e) writeElements(model, numbered(".cnn", e), model.elms[e].members);
+    for (size_t s = 0; s < model.sfss.size(); ++s) writeSurfaces(model, numbered(".sfs", s), {(int) s});
+
+    for (const SrfFamily &family : srfFamilies) {
+        const std::vector<Group> &groups = model.groups(family.family);
+        for (size_t g = 0; g < groups.size(); ++g)
+            writeSurfaces(model, numbered(family.suffix, g), groups[g].members);
+    }
+
+    if (spec.nSds > 0) writeDecomposition(model);
+    for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(model, g);
+    for (int s = 0; s < model.nSteps(); ++s) writeStep(model, s);
+    ClientInfo(model).write();
+    writeLog(spec);
+}
+
+void writeRun(const RunSpec &spec) { writeRun(RunModel(spec)); }
+
+}

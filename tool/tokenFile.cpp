@@ -38,7 +38,7 @@ public:
             flush();
             if (n > size) return write(bytes, n);
         }
-        std::memcpy(buffer.data() + used, bytes, n);
+        if (n > 0) std::memcpy(buffer.data() + used, bytes, n);
         used += n;
     }
 

@@ -1,0 +1,461 @@
+/* testHandle.cpp: making and ending a handle, the error text, the directory guard, and the update. */
+
+#include "test/rdb/smallRun.h"
+
+#include <filesystem>
+
+#include "base/cnf.h"
+#include "test/rdb/clientInC.h"
+
+namespace fs = std::filesystem;
+
+static std::string here() { return fs::current_path().string(); }
+
+/* Run 1 of problem p, of no content, in the folder db of the folder that is given */
+static void makeDb(const std::string &folder = ".")
+{
+    fs::create_directories(folder + "/db");
+    testWrite(folder + "/db/p.1.cli", "");
+}
+
+static rdbHd *newHd(const char *problem, const char *dir, const char *pdir, int verbose = 0)
+{
+    rdbHd *hd = nullptr;
+    checkReturns(hd = rdbNew(problem, dir, pdir, verbose));
+    return hd;
+}
+
+/* The directory is newer than before, whatever the clock's grain. */
+static void touch(const char *dir, int seconds = 2)
+{
+    fs::last_write_time(dir, fs::last_write_time(dir) + std::chrono::seconds(seconds));
+}
+
+static int nOpenFiles()
+{
+    int n = 0;
+    for (const auto &entry : fs::directory_iterator("/proc/self/fd")) n += entry.exists();
+    return n;
+}
+
+/* -------------------------------------------------------------------------------------------------- making a handle */
+
+TEST(rdbHandle, knowsWhatItWasMadeOf)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr, 4);
+    ASSERT_NE(hd, nullptr);
+    EXPECT_EQ(hd->magic, 0x15FBE44);
+    EXPECT_EQ(hd->verbose, 4);
+    EXPECT_EQ(hd->remote, 0);
+    char text[RDB_TEXT];
+    int  id = 0;
+    checkAnswers(rdbGetStr0(hd, "problem", text));
+    EXPECT_STREQ(text, "p");
+    checkAnswers(rdbGetStr0(hd, "dir", text));
+    EXPECT_STREQ(text, "db");
+    checkAnswers(rdbGetInt0(hd, "openRunId", &id));
+    EXPECT_EQ(id, -1);
+    rdbFree(hd);
+}
+
+TEST(rdbHandle, undefinedProblem)
+{
+    makeDb();
+    EXPECT_EQ(newHd("_undefined", "db", nullptr), nullptr);
+    EXPECT_STREQ(rdbGetError(), "Undefined problem");
+}
+
+TEST(rdbHandle, invalidDirectory)
+{
+    makeDb();
+    for (const char *dir : { "none", "db/p.1.cli", "" }) {
+        EXPECT_EQ(newHd("p", dir, nullptr), nullptr);
+        EXPECT_EQ(rdbGetError(), "Invalid directory <" + std::string(dir) + ">");
+    }
+    const std::string longName(5000, 'd');
+    EXPECT_EQ(newHd("p", longName.c_str(), nullptr), nullptr);
+    EXPECT_EQ(rdbGetError(), "Invalid directory <" + longName + ">");
+}
+
+TEST(rdbHandle, problemNotFound)
+{
+    makeDb();
+    EXPECT_EQ(newHd("q", "db", nullptr), nullptr);
+    EXPECT_STREQ(rdbGetError(), "problem q not found");
+}
+
+/* A directory unpacked from an archive may be as old as time itself. */
+TEST(rdbHandle, directoryFromTheEpochIsScanned)
+{
+    makeDb();
+    for (int seconds : { 0, -3600 }) {
+        fs::last_write_time("db", fs::file_time_type(fs::file_time_type::clock::now().time_since_epoch() -
+                                                     (std::chrono::system_clock::now().time_since_epoch() -
+                                                      std::chrono::seconds(seconds))));
+        rdbHd *hd = newHd("p", "db", nullptr);
+        ASSERT_NE(hd, nullptr) << rdbGetError();
+        EXPECT_EQ(hd->nRuns, 1);
+        rdbFree(hd);
+    }
+}
+
+static const char *const specs[] = {
+    "problem:problem:pb:p:str:-:problem name", "dir:dir:dir:db:str:-:directory",
+    "verbose:verbose:v:3:int:-:verbosity", nullptr
+};
+static const char *const args[] = { "test" };
+
+TEST(rdbHandle, nullArgumentsComeFromTheConfiguration)
+{
+    makeDb();
+    checkReturns(cnfInit(specs, 1, args));
+    rdbHd *hd = newHd(nullptr, nullptr, nullptr, -1);
+    ASSERT_NE(hd, nullptr) << rdbGetError();
+    EXPECT_STREQ(hd->problem, "p");
+    EXPECT_STREQ(hd->dir, "db");
+    EXPECT_EQ(hd->verbose, 3);
+    rdbFree(hd);
+}
+
+TEST(rdbHandle, verboseZeroIsSilentWhateverTheConfigurationSays)
+{
+    makeDb();
+    checkReturns(cnfInit(specs, 1, args));
+    ::testing::internal::CaptureStdout();
+    rdbHd *hd = newHd("p", "db", nullptr, 0);
+    ASSERT_NE(hd, nullptr);
+    EXPECT_EQ(hd->verbose, 0);
+    checkAnswers(rdbOpenRun(hd, 1));
+    rdbFree(hd);
+    fflush(stdout);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+}
+
+/* ------------------------------------------------------------------------------------------------------- error text */
+
+TEST(rdbHandleDeathTest, errorTextIsEmptyAtFirst)
+{
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";     /* a process that has asked for nothing */
+    EXPECT_EXIT(_exit(rdbGetError() && !*rdbGetError() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(rdbHandle, secondFailureReplacesTheFirstWhole)
+{
+    rdbSetError("a long text about %d things", 3);
+    rdbSetError("short");
+    EXPECT_STREQ(rdbGetError(), "short");
+    rdbSetError("%s", "");
+    EXPECT_STREQ(rdbGetError(), "");
+}
+
+TEST(rdbHandle, errorTextIsCutAtItsEnd)
+{
+    const std::string large(20000, 'x');
+    rdbSetError("%s", large.c_str());
+    EXPECT_EQ(rdbGetError(), std::string(8703, 'x'));
+}
+
+TEST(rdbHandle, errorTextMayHoldTheFormerOne)
+{
+    rdbSetError("inner");
+    rdbSetError("outer: %s", rdbGetError());
+    EXPECT_STREQ(rdbGetError(), "outer: inner");
+}
+
+TEST(rdbHandle, namesAreNoFormats)
+{
+    fs::create_directories("db");
+    EXPECT_EQ(newHd("p%s%n", "db", nullptr), nullptr);
+    EXPECT_STREQ(rdbGetError(), "problem p%s%n not found");
+    EXPECT_EQ(newHd("p", "%n%s", nullptr), nullptr);
+    EXPECT_STREQ(rdbGetError(), "Invalid directory <%n%s>");
+}
+
+TEST(rdbHandle, trapTextAndErrorTextAreTwo)
+{
+    makeDb();
+    rdbSetError("the last returned failure");
+    checkFails("Badly placed parenthesis", rdbNew("p(", "db", nullptr, 0));
+    EXPECT_STREQ(rdbGetError(), "the last returned failure");
+}
+
+TEST(rdbHandle, nullHandleIsRefused)
+{
+    int flag = 7;
+    checkRefused("rdb not initialized", rdbOpenRun(nullptr, 1));
+    checkRefused("rdb not initialized", rdbCloseRun(nullptr));
+    checkRefused("rdb not initialized", rdbUpdate(nullptr, &flag));
+    EXPECT_EQ(flag, 7);
+}
+
+/* -------------------------------------------------------------------------------------------------- directory guard */
+
+TEST(rdbHandle, pdirOfOneDotIsNone)
+{
+    makeDb();
+    const std::string home = here();
+    for (const char *pdir : { (const char *) nullptr, "." }) {
+        rdbHd *hd = newHd("p", "db", pdir);
+        ASSERT_NE(hd, nullptr);
+        EXPECT_EQ(hd->pdir, nullptr);
+        EXPECT_EQ(hd->savedCwd, nullptr);
+        rdbEnter(hd);
+        EXPECT_EQ(hd->dirDepth, 0);
+        EXPECT_EQ(here(), home);
+        rdbLeave(hd);
+        rdbFree(hd);
+    }
+}
+
+TEST(rdbHandle, callsWorkInPdirAndComeBack)
+{
+    makeDb("case");
+    const std::string home = here(), inside = home + "/case";
+    rdbHd *hd = newHd("p", "db", "case");
+    ASSERT_NE(hd, nullptr) << rdbGetError();
+    EXPECT_EQ(here(), home);
+    EXPECT_EQ(hd->dirDepth, 0);
+
+    rdbEnter(hd);
+    EXPECT_EQ(here(), inside);
+    rdbEnter(hd);                                    /* nested: stays, and comes back with the outer one alone */
+    EXPECT_EQ(here(), inside);
+    rdbLeave(hd);
+    EXPECT_EQ(here(), inside);
+    rdbLeave(hd);
+    EXPECT_EQ(here(), home);
+
+    int flag, value;
+    char text[RDB_TEXT];
+    checkAnswers(rdbUpdate(hd, &flag));
+    checkAnswers(rdbOpenRun(hd, 1));
+    checkAnswers(rdbGetStr1(hd, "fileName", text, 0));
+    checkRefused("noSuchKey not found", rdbGetInt0(hd, "noSuchKey", &value));
+    checkRefused("run not opened", (rdbCloseRun(hd), rdbGetInt0(hd, "nNodes", &value)));
+    checkRefused("runId 9 not found", rdbOpenRun(hd, 9));
+    EXPECT_EQ(here(), home);
+    EXPECT_EQ(hd->dirDepth, 0);
+    rdbFree(hd);
+    EXPECT_EQ(here(), home);
+}
+
+TEST(rdbHandle, failedOpenStaysInPdir)
+{
+    makeDb("case");
+    const std::string home = here(), inside = home + "/case";
+    EXPECT_EQ(newHd("p", "none", "case"), nullptr);
+    EXPECT_STREQ(rdbGetError(), "Invalid directory <none>");
+    EXPECT_EQ(here(), inside);
+    fs::current_path(home);
+    EXPECT_EQ(newHd("q", "db", "case"), nullptr);
+    EXPECT_STREQ(rdbGetError(), "problem q not found");
+    EXPECT_EQ(here(), inside);
+    fs::current_path(home);
+    EXPECT_EQ(newHd("_undefined", "db", "case"), nullptr);        /* found out before the folder is entered */
+    EXPECT_EQ(here(), home);
+}
+
+TEST(rdbHandle, missingPdirFails)
+{
+    makeDb();
+    checkFails("Error in chdir to <nowhere>; ", rdbNew("p", "db", "nowhere", 0));
+}
+
+TEST(rdbHandle, trappedFailureStaysInPdirForLaterCallsToo)
+{
+    makeDb("case");
+    const std::string home = here(), inside = home + "/case";
+    rdbHd *hd = newHd("p", "db", "case");
+    ASSERT_NE(hd, nullptr);
+    testWrite("case/db/p.01.cli", "");
+    touch("case/db");
+    int flag, value = 0;
+    checkFails("Duplicate key <1>", rdbUpdate(hd, &flag));
+    EXPECT_EQ(here(), inside);
+    EXPECT_GT(hd->dirDepth, 0);
+    checkAnswers(rdbGetInt0(hd, "nFiles", &value));
+    EXPECT_EQ(value, 2);
+    EXPECT_EQ(here(), inside);
+    rdbFree(hd);
+}
+
+/* ----------------------------------------------------------------------------------------------------------- ending */
+
+TEST(rdbHandle, freeingClosesTheRunFirst)
+{
+    SmallRun().write();
+    const int before = nOpenFiles();
+    rdbHd *hd = SmallRun::open();
+    double values[15];
+    checkAnswers(rdbGetReals2(hd, "outValues", values, 0, 0, 3, 5));
+    EXPECT_EQ(hd->runId, 1);
+    rdbFree(hd);                                     /* a leak of the run shows under the sanitizer */
+    EXPECT_EQ(nOpenFiles(), before);
+}
+
+TEST(rdbHandle, closingWithoutARunSucceeds)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    checkAnswers(rdbCloseRun(hd));
+    checkAnswers(rdbOpenRun(hd, 1));
+    checkAnswers(rdbCloseRun(hd));
+    checkAnswers(rdbCloseRun(hd));
+    EXPECT_EQ(hd->runId, -1);
+    rdbFree(hd);
+}
+
+/* ----------------------------------------------------------------------------------------------------------- update */
+
+TEST(rdbUpdate, nothingChanged)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    EXPECT_NE(hd->lastUpdate, 0);
+    hd->lastUpdate = 1234;
+    int flag = 7;
+    checkAnswers(rdbUpdate(hd, &flag));
+    EXPECT_EQ(flag, 0);
+    EXPECT_EQ(hd->lastUpdate, 1234);
+    rdbFree(hd);
+}
+
+TEST(rdbUpdate, newRunIsFoundAndTheOpenOneReadAnew)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    checkAnswers(rdbOpenRun(hd, 1));
+    hd->lastUpdate = 1234;
+    testWrite("db/p.1.cli", "#@ TITLE \"longer now\"\n");
+    testWrite("db/p.2.cli", "");
+    touch("db");
+    int flag = 0, value = 0;
+    char text[RDB_TEXT];
+    checkAnswers(rdbUpdate(hd, &flag));
+    EXPECT_EQ(flag, 1);
+    EXPECT_GT(hd->lastUpdate, 1234);
+    checkAnswers(rdbGetInt0(hd, "nRuns", &value));
+    EXPECT_EQ(value, 2);
+    checkAnswers(rdbGetInt0(hd, "openRunId", &value));
+    EXPECT_EQ(value, 1);
+    checkAnswers(rdbGetStr0(hd, "title", text));
+    EXPECT_STREQ(text, "longer now");
+    checkAnswers(rdbUpdate(hd, &flag));
+    EXPECT_EQ(flag, 0);
+    rdbFree(hd);
+}
+
+TEST(rdbUpdate, withoutARunNoneIsOpened)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    touch("db");
+    int flag = 0;
+    checkAnswers(rdbUpdate(hd, &flag));
+    EXPECT_EQ(flag, 1);
+    EXPECT_EQ(hd->run, nullptr);
+    rdbFree(hd);
+}
+
+TEST(rdbUpdate, directoryGoneLeavesAllAsItWas)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    checkAnswers(rdbOpenRun(hd, 1));
+    fs::rename("db", "away");
+    int flag = 7, value = 0;
+    checkRefused("directory db not found", rdbUpdate(hd, &flag));
+    EXPECT_EQ(flag, 0);
+    EXPECT_EQ(hd->runId, 1);
+    checkAnswers(rdbGetInt0(hd, "nRuns", &value));
+    EXPECT_EQ(value, 1);
+    fs::rename("away", "db");
+    checkAnswers(rdbUpdate(hd, &flag));
+    rdbFree(hd);
+}
+
+/* The lists are the new ones, the open run stands; the next update looks again. */
+TEST(rdbUpdate, lastRunGone)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    checkAnswers(rdbOpenRun(hd, 1));
+    fs::remove("db/p.1.cli");
+    testWrite("db/p.1.ddc", "");
+    touch("db");
+    int flag = 0;
+    char text[RDB_TEXT];
+    for (int again = 0; again < 2; ++again) {
+        checkRefused("problem p not found", rdbUpdate(hd, &flag));
+        EXPECT_EQ(flag, 1);
+        EXPECT_EQ(hd->nRuns, 0);
+        EXPECT_EQ(hd->maxRunId, -1);
+        EXPECT_EQ(hd->runId, 1);
+        EXPECT_NE(hd->run, nullptr);
+        checkAnswers(rdbGetStr1(hd, "fileName", text, 0));
+        EXPECT_STREQ(text, "p.1.ddc");
+        checkRefused("runId 1 not found", rdbOpenRun(hd, 1));
+        checkRefused("runId 0 not found", rdbOpenRun(hd, 0));
+    }
+    rdbFree(hd);
+}
+
+TEST(rdbUpdate, openRunGoneWhileOthersAreLeft)
+{
+    makeDb();
+    testWrite("db/p.2.cli", "");
+    rdbHd *hd = newHd("p", "db", nullptr);
+    ASSERT_NE(hd, nullptr);
+    checkAnswers(rdbOpenRun(hd, 1));
+    fs::remove("db/p.1.cli");
+    touch("db");
+    int flag = 0;
+    checkRefused("runId 1 not found", rdbUpdate(hd, &flag));
+    EXPECT_EQ(hd->runId, 1);
+    EXPECT_NE(hd->run, nullptr);
+    rdbFree(hd);
+}
+
+TEST(rdbUpdate, currentDirectoryGoneFails)
+{
+    makeDb();
+    rdbHd *hd = newHd("p", (here() + "/db").c_str(), nullptr);
+    ASSERT_NE(hd, nullptr);
+    fs::create_directories("sub");
+    fs::current_path("sub");
+    fs::remove("../sub");
+    int flag = 0;
+    checkFails("Error in getcwd; ", rdbUpdate(hd, &flag));
+    fs::current_path(testFolder());
+    rdbFree(hd);
+}
+
+/* ------------------------------------------------------------------------------------------------------------- in C */
+
+TEST(rdbFromC, aRunIsRead)
+{
+    SmallRun().write();
+    int nNodes = 0;
+    double crd[3] = { -1, -1, -1 };
+    char lastKey[RDB_TEXT];
+    checkReturns(EXPECT_EQ(clientReadRun("p", &nNodes, crd, lastKey), 0) << rdbGetError());
+    EXPECT_EQ(nNodes, 5);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(crd[k], SmallRun::crd(0, k));
+    EXPECT_STREQ(lastKey, "volUsrIds");
+}
+
+TEST(rdbFromC, aFailureIsTrapped)
+{
+    char text[1000] = "";
+    testWrite("p.1.cli", "");
+    EXPECT_EQ(clientIsTrapped("p", text, sizeof text), 0);
+    EXPECT_EQ(clientIsTrapped("p(", text, sizeof text), 1);
+    EXPECT_NE(strstr(text, "ASSERTION in Function <rdbUpdateDir>"), nullptr) << text;
+}

@@ -1,0 +1,274 @@
+/* testRegistry.cpp: the table of keys: its inner rules, and the rows that families share. */
+
+#include "test/rdb/smallRun.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+struct Row {
+    int type, needsRun, nIdx, nDims;
+    const char *idx[3], *dim[2];
+};
+
+class rdbRegistry : public ::testing::Test {
+protected:
+    rdbHd *hd = nullptr;
+    std::vector<std::string> names;                  /* in the table's order */
+    std::map<std::string, Row> rows;
+
+    void SetUp() override
+    {
+        testWrite("p.1.cli", "");
+        checkReturns(hd = rdbNew("p", ".", nullptr, 0));
+        ASSERT_NE(hd, nullptr) << rdbGetError();
+        int n = 0;
+        char name[RDB_TEXT];
+        checkAnswers(rdbGetInt0(hd, "nQueries", &n));
+        for (int i = 0; i < n; ++i) {
+            checkAnswers(rdbGetStr1(hd, "queryName", name, i));
+            names.push_back(name);
+            Row r = {};
+            checkAnswers(rdbGetInfo(hd, name, &r.type, &r.needsRun, &r.nIdx, &r.nDims, &r.idx[0], &r.idx[1], &r.idx[2],
+                                    &r.dim[0], &r.dim[1]));
+            rows[name] = r;
+        }
+    }
+    void TearDown() override { rdbFree(hd); }
+};
+
+/* A client that asks for the counts of a row finds them, each one counted by no more than the row's own indices. */
+TEST_F(rdbRegistry, whatCountsIsAnIntegerWithIndicesOfTheRowThatNamesIt)
+{
+    for (const auto &[name, row] : rows) {
+        std::set<std::string> own;
+        for (int k = 0; k < row.nIdx; ++k) own.insert(row.idx[k]);
+        std::vector<std::string> counts(row.idx, row.idx + row.nIdx);
+        counts.insert(counts.end(), row.dim, row.dim + row.nDims);
+        for (const std::string &count : counts) {
+            ASSERT_EQ(rows.count(count), 1u) << name << " names " << count;
+            const Row &c = rows[count];
+            EXPECT_EQ(c.type, RDB_INT) << name << " names " << count;
+            EXPECT_LE(c.needsRun, row.needsRun) << name << " names " << count;
+            for (int k = 0; k < c.nIdx; ++k)
+                EXPECT_EQ(own.count(c.idx[k]), 1u) << name << ": " << count << " takes " << c.idx[k];
+        }
+    }
+}
+
+TEST_F(rdbRegistry, arraysAloneHaveDimensions)
+{
+    for (const auto &[name, row] : rows) {
+        SCOPED_TRACE(name);
+        const bool isArray = row.type == RDB_INTS || row.type == RDB_REALS;
+        EXPECT_TRUE(isArray || row.type == RDB_STR || row.type == RDB_INT || row.type == RDB_REAL);
+        EXPECT_TRUE(isArray ? row.nDims == 1 || row.nDims == 2 : row.nDims == 0);
+        for (int k = 0; k < 3; ++k) EXPECT_EQ(row.idx[k] != nullptr, k < row.nIdx);
+        for (int k = 0; k < 2; ++k) EXPECT_EQ(row.dim[k] != nullptr, k < row.nDims);
+    }
+}
+
+TEST_F(rdbRegistry, namesAscendByBytesAndEachIsFound)
+{
+    ASSERT_GT(names.size(), 300u);
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) { EXPECT_LT(strcmp(names[i - 1].c_str(), names[i].c_str()), 0) << names[i]; }
+        const rdbKeyRow *row = rdbFindKey(names[i].c_str());
+        ASSERT_NE(row, nullptr) << names[i];
+        EXPECT_STREQ(row->name, names[i].c_str());
+        EXPECT_EQ(row->nameLen, (int) names[i].size());
+        EXPECT_NE(row->getter, nullptr);
+    }
+    EXPECT_EQ(names.back(), "volUsrIds");
+}
+
+TEST_F(rdbRegistry, otherNamesAreNotFound)
+{
+    const std::string veryLong(100000, 'n');
+    const char *others[] = { "", "n", "NNODES", "nnodes", "nNode", "nNodesX", "nNodes ", " nNodes", "crD", "%s%n",
+                             veryLong.c_str() };
+    for (const char *name : others) EXPECT_EQ(rdbFindKey(name), nullptr) << name;
+    for (const std::string &name : names) {
+        EXPECT_EQ(rdbFindKey((name + "x").c_str()), nullptr);
+        std::string other = name;
+        other[0] = (char) toupper(other[0]);
+        EXPECT_EQ(rdbFindKey(other.c_str()), nullptr) << other;
+    }
+    int value = 0;
+    checkRefused("NQueries not found", rdbGetInt0(hd, "NQueries", &value));
+}
+
+/* No query beyond the last one. */
+TEST_F(rdbRegistry, queriesAreCountedAndNamed)
+{
+    const int n = (int) names.size();
+    const std::string last = std::to_string(n - 1), range = " is out of range [0," + last + "]";
+    char name[RDB_TEXT];
+    checkAnswers(rdbGetStr1(hd, "queryName", name, n - 1));
+    EXPECT_STREQ(name, "volUsrIds");
+    checkRefused(("index1 (" + std::to_string(n) + ")" + range).c_str(), rdbGetStr1(hd, "queryName", name, n));
+    checkRefused(("index1 (-1)" + range).c_str(), rdbGetStr1(hd, "queryName", name, -1));
+}
+
+TEST_F(rdbRegistry, constantsNeedNoRun)
+{
+    int value = 0;
+    checkAnswers(rdbGetInt0(hd, "nSdims", &value));
+    EXPECT_EQ(value, 3);
+    checkAnswers(rdbGetInt0(hd, "nPairs", &value));
+    EXPECT_EQ(value, 2);
+}
+
+/* All keys that answer without a run do so; all others refuse, whatever else is right or wrong about the request. */
+TEST_F(rdbRegistry, withoutARunOnlyFactsOfTheDirectoryAnswer)
+{
+    static const std::set<std::string> always = {
+        "auxFileName", "dir", "fileName", "maxTrunId", "nAuxFiles", "nFiles", "nPairs", "nQueries", "nRuns", "nSdims",
+        "nTruns", "nUndefFiles", "openRunId", "problem", "queryName", "runId", "runIds", "trunId", "trunIds",
+        "trunRunId", "trunRunIds", "undefFileName"
+    };
+    std::set<std::string> answering;
+    for (const auto &entry : rows) {
+        SCOPED_TRACE(entry.first);
+        const char *name = entry.first.c_str();
+        const int   type = entry.second.type;
+        if (!entry.second.needsRun) answering.insert(name);
+        else checkRefused("run not opened", rdbGetData(hd, nullptr, name, nullptr, type, -1, 0, 0, 0, -1, -1));
+    }
+    EXPECT_EQ(answering, always);
+}
+
+/* Every getter of a count answers on an empty run: nothing is there, and nothing fails. */
+TEST_F(rdbRegistry, countsWithoutIndexAnswerOnAnEmptyRun)
+{
+    checkAnswers(rdbOpenRun(hd, 1));
+    for (const auto &entry : rows) {
+        if (entry.second.type != RDB_INT || entry.second.nIdx != 0) continue;
+        SCOPED_TRACE(entry.first);
+        int value = -99;
+        checkAnswers(rdbGetInt0(hd, entry.first.c_str(), &value));
+        EXPECT_NE(value, -99);
+    }
+}
+
+/* What tells the sixteen families of surface sets apart. */
+TEST_F(rdbRegistry, surfaceSetFamilies)
+{
+    static const struct {
+        const char *stem;
+        int elemType, medium, sfsIds;
+        std::vector<const char *> more;
+    } families[] = {
+        { "afs", 1, 1, 1, {} },
+        { "cbc", 1, 1, 1, { "ActType", "BcType" } },
+        { "dbc", 1, 0, 1, { "BcType" } },
+        { "ebc", 1, 1, 1, {} },
+        { "eci", 1, 1, 1, {} },
+        { "fan", 1, 1, 1, {} },
+        { "gsf", 1, 1, 0, {} },
+        { "hec", 1, 1, 1, {} },
+        { "osf", 1, 1, 1, {} },
+        { "psf", 0, 1, 1, { "BcType" } },
+        { "rsf", 0, 1, 1, { "Aggl", "AgglAng", "AgglCnt", "AgglRad", "BcType" } },
+        { "sbc", 1, 1, 1, {} },
+        { "sfs", 1, 0, 0, { "Neighbor" } },
+        { "srs", 0, 1, 1, { "BcType" } },
+        { "ssi", 1, 1, 1, { "CreaseAng", "Gap", "GapFct", "MeshType" } },
+        { "tws", 1, 1, 1, {} },
+    };
+    static const char *const always[] = { "BndNodes", "Cnn", "ElemCnn", "ElemIds", "Name", "Nodes", "ParentId",
+                                          "SrfCnn", "Type", "UsrIds" };
+    static const char *const counts[] = { "s", "ElemNodes", "Nodes", "SrfNodes", "Srfs" };
+    for (const auto &f : families) {
+        SCOPED_TRACE(f.stem);
+        const std::string stem = f.stem, n = std::string("n") + (char) toupper(stem[0]) + stem.substr(1);
+        std::set<std::string> expected, found;
+        for (const char *key : always) expected.insert(stem + key);
+        for (const char *key : counts) expected.insert(n + key);
+        for (const char *key : f.more) expected.insert(stem + key);
+        if (f.elemType) expected.insert(stem + "ElemType");
+        if (f.medium) expected.insert(stem + "Medium");
+        if (f.sfsIds) expected.insert({ stem + "SfsIds", n + "Sfss" });
+        for (const std::string &name : names)
+            if (!name.compare(0, stem.size(), stem) || !name.compare(0, n.size(), n)) found.insert(name);
+        EXPECT_EQ(found, expected);
+
+        const Row &cnn = rows[stem + "Cnn"];
+        EXPECT_EQ(cnn.type, RDB_INTS);
+        ASSERT_EQ(cnn.nIdx, 1);
+        ASSERT_EQ(cnn.nDims, 2);
+        EXPECT_EQ(cnn.idx[0], n + "s");
+        EXPECT_EQ(cnn.dim[0], n + "SrfNodes");
+        EXPECT_EQ(cnn.dim[1], n + "Srfs");
+    }
+}
+
+/* Rows of each kind, as a client relies on them: type, indices, dimensions. */
+TEST_F(rdbRegistry, tellingRows)
+{
+    static const struct { const char *name; int type; std::vector<std::string> idx, dim; } telling[] = {
+        { "nQueries",    RDB_INT,   {},                            {} },
+        { "queryName",   RDB_STR,   { "nQueries" },                {} },
+        { "problem",     RDB_STR,   {},                            {} },
+        { "runIds",      RDB_INTS,  {},                            { "nRuns" } },
+        { "runId",       RDB_INT,   { "nRuns" },                   {} },
+        { "trunRunId",   RDB_INT,   { "nTruns" },                  {} },
+        { "pmcOrder",    RDB_INT,   {},                            {} },
+        { "pmcAlpha",    RDB_REAL,  {},                            {} },
+        { "speciesName", RDB_STR,   { "nSpecies" },                {} },
+        { "fieldPrefix", RDB_STR,   { "nFields" },                 {} },
+        { "crd",         RDB_REALS, {},                            { "nSdims", "nNodes" } },
+        { "usrIds",      RDB_INTS,  {},                            { "nNodes" } },
+        { "elmShlThick", RDB_REAL,  { "nElms" },                   {} },
+        { "elmVolIds",   RDB_INTS,  { "nElms" },                   { "nElmVols" } },
+        { "elmCnn",      RDB_INTS,  { "nElms" },                   { "nElmElemNodes", "nElmElems" } },
+        { "volCnn",      RDB_INTS,  { "nVols" },                   { "nVolElemNodes", "nVolElems" } },
+        { "volSdIds",    RDB_INTS,  { "nVols" },                   { "nVolElems" } },
+        { "cbcType",     RDB_INT,   { "nCbcs" },                   {} },
+        { "cbcBndNodes", RDB_INTS,  { "nCbcs" },                   { "nCbcSrfNodes" } },
+        { "cbcElemCnn",  RDB_INTS,  { "nCbcs" },                   { "nCbcElemNodes", "nCbcSrfs" } },
+        { "cbcSfsIds",   RDB_INTS,  { "nCbcs" },                   { "nCbcSfss" } },
+        { "sfsNodes",    RDB_INTS,  { "nSfss" },                   { "nSfsNodes" } },
+        { "rsfAgglAng",  RDB_REAL,  { "nRsfs" },                   {} },
+        { "ssiGapFct",   RDB_INT,   { "nSsis" },                   {} },
+        { "nOutSteps",   RDB_INT,   {},                            {} },
+        { "outTime",     RDB_REAL,  { "nOutSteps" },               {} },
+        { "outTimes",    RDB_REALS, {},                            { "nOutSteps" } },
+        { "outVarDim",   RDB_INT,   { "nOutVars" },                {} },
+        { "outValues",   RDB_REALS, { "nOutVars", "nOutSteps" },   { "outVarDim", "nNodes" } },
+    };
+    for (const auto &t : telling) {
+        SCOPED_TRACE(t.name);
+        ASSERT_EQ(rows.count(t.name), 1u);
+        const Row &row = rows[t.name];
+        EXPECT_EQ(row.type, t.type);
+        EXPECT_EQ(std::vector<std::string>(row.idx, row.idx + row.nIdx), t.idx);
+        EXPECT_EQ(std::vector<std::string>(row.dim, row.dim + row.nDims), t.dim);
+    }
+}
+
+TEST_F(rdbRegistry, typeAndInfoOfAnUnknownKey)
+{
+    int type = 77, needsRun = 77, nIdx = 77;
+    checkRefused("noSuchKey not found", rdbGetType(hd, "noSuchKey", &type));
+    EXPECT_EQ(type, 0);
+    type = 77;
+    checkRefused("noSuchKey not found", rdbGetInfo(hd, "noSuchKey", &type, &needsRun, &nIdx, nullptr, nullptr, nullptr,
+                                                   nullptr, nullptr, nullptr));
+    EXPECT_EQ(type, 0);
+    EXPECT_EQ(nIdx, 77);
+    checkRefused("noSuchKey not found", rdbGetInfo(hd, "noSuchKey", nullptr, nullptr, nullptr, nullptr, nullptr,
+                                                   nullptr, nullptr, nullptr, nullptr));
+}
+
+/* The registry is the same for all handles: neither call looks at the one it is given. */
+TEST_F(rdbRegistry, typeAndInfoNeedNoHandle)
+{
+    int type = 0;
+    const char *dim0 = "left alone";
+    checkAnswers(rdbGetType(nullptr, "crd", &type));
+    EXPECT_EQ(type, RDB_REALS);
+    checkAnswers(rdbGetInfo(nullptr, "crd", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &dim0,
+                            nullptr));
+    EXPECT_STREQ(dim0, "nSdims");
+}
