@@ -148,6 +148,11 @@ void RunModel::elemNodes(const int *cellNodes, int type, int i, int j, int k, in
 void RunModel::makeVolumes()
 {
     const char *mixedNames[4] = {"hexahedra", "wedges", "pyramids", "tetrahedra"};
+    std::vector<int> sdOfSlab(spec.nx);
+    for (int sd = 0; sd < spec.nSds; ++sd)
+        std::fill(sdOfSlab.begin() + slab(spec.nx, sd, spec.nSds),
+                  sdOfSlab.begin() + slab(spec.nx, sd + 1, spec.nSds), sd);
+
     vols.resize(spec.nVols);
     int64_t nElems = 0;
     for (const Piece &piece : piecesOf(spec)) {
@@ -168,7 +173,7 @@ void RunModel::makeVolumes()
                     for (const CellElem &elem : *piece.pattern) {
                         elemNodes(elem.nodes.data(), vol.type, i, j, k, nodes);
                         nodes += vol.nen;
-                        *sd++ = sdOfSlab(i);
+                        *sd++ = sdOfSlab[i];
                     }
         nElems += (int64_t) more;
     }

@@ -247,13 +247,6 @@ void RunModel::makeGroups()
 
 /* ---- output parts ---- */
 
-int RunModel::sdOfSlab(int i) const
-{
-    int sd = 0;
-    while (sd + 1 < spec.nSds && i >= slab(spec.nx, sd + 1, spec.nSds)) ++sd;
-    return sd;
-}
-
 /* a part has all nodes of its slabs of cells: those on a cut are in both */
 void RunModel::makeParts()
 {

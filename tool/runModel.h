@@ -151,19 +151,19 @@ public:
     std::vector<std::string> speciesNames, fieldNames;
 
     int    nSteps() const { return (int) spec.steps.size(); }
-    double time(int step) const { return spec.timeInc * spec.steps[step]; }       /* of a step position     */
+    double time(int step) const { return spec.timeInc * spec.steps[step]; }       /* of a step position      */
     void   crd(int node, double xyz[3]) const;                                     /* at rest, as in the file */
 
     /* all components at a node; var is a position in vars, step a position in the steps */
     void    values(int var, int node, int step, double *comps) const;
     double  value(int var, int comp, int node, int step) const;
-    Formula formula(int var, int comp) const;                                      /* of Fields::formula    */
-    int     varOf(const std::string &name) const;                                  /* position, -1 if none  */
+    Formula formula(int var, int comp) const;                                      /* of Fields::formula      */
+    int     varOf(const std::string &name) const;                                  /* position, -1 if none    */
 
     int nBlocks() const { return (int) (sfss.size() + vols.size()); }
     std::string      blockName(int block) const;     /* surface sets first, then volumes                    */
     std::vector<int> blockNodes(int block) const;    /* node positions in the order of the block's points   */
-    int              cellType(int block) const;      /* the plugin's cell type; -1 where there is none         */
+    int              cellType(int block) const;      /* the plugin's cell type; -1 where there is none      */
     std::vector<ShownArray> shownArrays() const;
     std::vector<ShownGroup> shownGroups(Family family) const;  /* boundary conditions of one name are merged   */
 
@@ -173,7 +173,6 @@ private:
     int   latticeNode(int i, int j, int k) const;
     int   centreNode(int i, int j, int k) const;
     void  elemNodes(const int *cellNodes, int type, int i, int j, int k, int *nodes) const;
-    int   sdOfSlab(int i) const;
     std::vector<int> makeIds(int64_t n, unsigned kind) const;
     void  shuffle(std::vector<int> *list, unsigned kind) const;
     void  demoValues(int row, int dim, const Place &at, int step, double *comps) const;
