@@ -4,20 +4,51 @@
 /* iop.h: one handle for every way of holding data, and the typed, keyed reads and writes on it.
  *
  * A data file is a stream of tokens: strings, integers, reals and floats, read in the order they were written. The
- * suffix of a name decides the storage form: .B .Z .H .C, anything else is text. No function here returns an error:
- * what fails does not return (base/sys.h), and its text ends in the token diagnostic of iopFileInfo. */
+ * suffix of a name decides the storage form: .B .Z .H .C, anything else is text. One call means the same for every
+ * form: byte orders, white space and blocks are this layer's business.
+ *
+ *     iopHd *fh = iopOpenFile(name, iopGetFileOpt(name) | IOP_READ);
+ *     iopGetKeyInt(fh, "nNodes", &nNodes);
+ *     iopNeed(fh, 3 * (int64_t) nNodes, 'r');            before anything is sized by a count that a file gave
+ *     iopGetKeyReals(fh, "crd", 3, nNodes, crd);
+ *     iopCloseFile(fh);
+ *
+ * Failures. No function here returns an error: what fails does not return (base/sys.h). Functions of which this header
+ * says "never fails" are the exception. Most texts end in the token diagnostic of iopFileInfo. A failing open gives
+ * its handle back; after any other failure the handle is still open and whoever lands at the trap may close it.
+ *
+ * Waiting. The solver may still be writing. Whoever meets the end of the data, or a file to be read that is not there,
+ * waits a second and looks again, twice at most (sixty times with IOP_LONG_WAIT) in one call, and fails then ("EOF
+ * ..."). The exceptions, which tell the end of the data by their result at once: iopGetIfStr, iopGetLine, and the
+ * functions of optional items.
+ *
+ * Counts and sizes below 0 fail. Tables are given as n1 columns and n2 rows, stored row by row: n1 runs fastest. */
 
 #include <stdint.h>
-#include <stdio.h>
 
+/* The option word: exactly one form, and at least one of read and write (both: read wins). */
 enum {
-    IOP_READ = 0x1, IOP_WRITE = 0x2, IOP_APPEND = 0x4,
-    IOP_ASCII = 0x10, IOP_BINARY = 0x20, IOP_COMPRESSED = 0x40, IOP_HDF = 0x80, IOP_HDF_CONTAINER = 0x100,
-    IOP_FORMS = IOP_ASCII | IOP_BINARY | IOP_COMPRESSED | IOP_HDF | IOP_HDF_CONTAINER,
-    IOP_RSH = 0x1000, IOP_SOCKET = 0x2000,
-    IOP_DELETE = 0x10000, IOP_LONG_WAIT = 0x20000, IOP_BASENAME = 0x40000,
-    IOP_LINE_BUFFER = 0x100000, IOP_NO_BUFFER = 0x200000, IOP_RAW = 0x400000,
-    IOP_VERBOSE = 0x2000000, IOP_REC = 0x4000000
+    IOP_READ          = 0x1,
+    IOP_WRITE         = 0x2,
+    IOP_APPEND        = 0x4,        /* with IOP_WRITE: append rather than replace                     */
+
+    IOP_ASCII         = 0x10,       /* text                                                           */
+    IOP_BINARY        = 0x20,       /* tagged binary, suffix .B                                       */
+    IOP_COMPRESSED    = 0x40,       /* text through a compression pipe, suffix .Z                     */
+    IOP_HDF           = 0x80,       /* HDF5 file, suffix .H                                           */
+    IOP_HDF_CONTAINER = 0x100,      /* HDF5 container of files, suffix .C                             */
+    IOP_FORMS         = IOP_ASCII | IOP_BINARY | IOP_COMPRESSED | IOP_HDF | IOP_HDF_CONTAINER,
+
+    IOP_RSH           = 0x1000,     /* the handle wraps a remote shell's pipe                         */
+    IOP_SOCKET        = 0x2000,     /* the handle wraps a socket                                      */
+    IOP_DELETE        = 0x10000,    /* remove the file when it is closed                              */
+    IOP_LONG_WAIT     = 0x20000,    /* wait up to 60 seconds instead of 2                             */
+    IOP_BASENAME      = 0x40000,    /* drop all up to the last / of the name                          */
+    IOP_LINE_BUFFER   = 0x100000,   /* what is written goes out line by line                          */
+    IOP_NO_BUFFER     = 0x200000,   /* what is written goes out at once                               */
+    IOP_RAW           = 0x400000,   /* no suffix and no tag                                           */
+    IOP_VERBOSE       = 0x2000000,  /* say what a remote shell launch does                            */
+    IOP_REC           = 0x4000000   /* record file; needs IOP_BINARY                                  */
 };
 
 typedef struct iopHd  iopHd;      /* fields: iop/iopInt.h */
@@ -27,60 +58,130 @@ typedef struct iopDir iopDir;
 extern "C" {
 #endif
 
-/* Files */
-iopHd      *iopNew(const char *name, int opt);
-iopHd      *iopOpenFile(const char *name, int opt);
-void        iopCloseFile(iopHd *hd);
-int         iopCheckFile(const char *name, int opt);
-int         iopGetFileOpt(const char *name);
-int64_t     iopFileSize(const char *name);
-int         iopFileTime(const char *name);
-void        iopRewind(iopHd *hd);
+/* ---- files ---- */
+
+/* A handle with nothing opened behind it: for what wraps something else than a file. Fails for a name of 1024
+   characters or more, for not exactly one form, for neither read nor write, for a form that is not read yet. */
+iopHd *iopNew(const char *name, int opt);
+
+/* Opens a file. A suffix of the name is cut and the form's own is put there (none for text, none with IOP_RAW). A
+   binary file's tag is read and checked, or written. Fails as iopNew does, and if the file cannot be had. The caller
+   owns the handle up to iopCloseFile. */
+iopHd *iopOpenFile(const char *name, int opt);
+
+/* Closes and recycles; also removes the file with IOP_DELETE. Fails for a closed handle, and if what was written did
+   not reach the disk. */
+void iopCloseFile(iopHd *hd);
+
+/* 1 if the file of the form in opt exists and can be read, else 0. Read or write need not be set. Changes nothing and
+   does not wait. Fails for a name of 1024 characters or more and for not exactly one form. */
+int iopCheckFile(const char *name, int opt);
+
+/* The form bit that the name's suffix stands for. Never fails. */
+int iopGetFileOpt(const char *name);
+
+/* Bytes, and seconds since the epoch of the last change, of exactly this name; 0 if there is none. Never fail. */
+int64_t iopFileSize(const char *name);
+int     iopFileTime(const char *name);
+
+/* Back to the first token; the counters and the last string start anew. */
+void iopRewind(iopHd *hd);
+
+/* How far the file was read: "in ascii file <name> token <12> near <last string>". One text for all handles,
+   overwritten by the next call. Never fails. */
 const char *iopFileInfo(iopHd *hd);
-const char *iopFileName(const iopHd *hd);       /* the stored name, its suffix cut */
 
-/* Directories */
-iopDir     *iopOpenDir(const char *name);
-int         iopIsDir(const char *name);
+/* The name as stored: without suffix, and without directory if IOP_BASENAME. Lives with the handle. Never fails. */
+const char *iopFileName(const iopHd *hd);
+
+/* ---- directories ---- */
+
+/* Scans a directory; the names are those of this moment. Fails for a name of 1024 characters or more ("dirName is too
+   long ..."), and if there is no such directory or its name has more than 260 ("unable to open directory ..."). */
+iopDir *iopOpenDir(const char *name);
+
+/* 1 if iopOpenDir would return, else 0. Never fails. */
+int iopIsDir(const char *name);
+
+/* The next name, or null. "." and ".." are among them unless there is nothing else. It lives with the scan. Never
+   fails. */
 const char *iopReadDir(iopDir *dir);
-void        iopCloseDir(iopDir *dir);
 
-/* Tokens */
-void    iopGetStrF(iopHd *hd, char *text);       /* text: 8192 bytes */
-int     iopGetIfStr(iopHd *hd, char *text);
-int     iopGetLine(iopHd *hd, char *text, int size);
-void    iopPrintLine(iopHd *hd, const char *format, ...) __attribute__((format(printf, 2, 3)));
-void    iopGetIntF(iopHd *hd, int *dest, int n);
-void    iopGetRealF(iopHd *hd, double *dest, int n);
-void    iopGetFloatF(iopHd *hd, float *dest, int n);
-void    iopGetIntDsp(iopHd *hd, int n);
-void    iopGetRealDsp(iopHd *hd, int n);
-void    iopGetFloatDsp(iopHd *hd, int n);
-void    iopGetBinInts(iopHd *hd, int *dest, int n);
-void    iopGetBinReals(iopHd *hd, double *dest, int n);
-void    iopCheckStr(iopHd *hd, const char *expected);
-void    iopCheckInt(iopHd *hd, int expected);
-void    iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap);
-void    iopPutBinInts(iopHd *hd, int *src, int n);
+/* Never fails. */
+void iopCloseDir(iopDir *dir);
+
+/* ---- tokens ---- */
+
+/* The next string. text: 8192 bytes; a longer string fails. In a text file a string that begins with a double quote
+   may hold blanks. */
+void iopGetStrF(iopHd *hd, char *text);
+
+/* The same without waiting and without quotes: 1 if a string came, 0 at the end of the data. */
+int iopGetIfStr(iopHd *hd, char *text);
+
+/* The rest of the line without its end ("\n" or "\r\n"), for text only: 1, or 0 at the end of the data. Fails if the
+   line has size - 1 characters or more ("Buffer overflow ..."). */
+int iopGetLine(iopHd *hd, char *text, int size);
+
+/* Writes one line, for text only: the newline is added. */
+void iopPrintLine(iopHd *hd, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/* The next n numbers to dest. In a text file numbers are read as scanf reads them, and what is no number fails. */
+void iopGetIntF(iopHd *hd, int *dest, int n);
+void iopGetRealF(iopHd *hd, double *dest, int n);
+void iopGetFloatF(iopHd *hd, float *dest, int n);
+
+/* Step over n numbers. On a binary file a seek, which does not mind the end of the file; the next read does. */
+void iopGetIntDsp(iopHd *hd, int n);
+void iopGetRealDsp(iopHd *hd, int n);
+void iopGetFloatDsp(iopHd *hd, int n);
+
+/* The next n numbers as bytes, in any form, text too. */
+void iopGetBinInts(iopHd *hd, int *dest, int n);
+void iopGetBinReals(iopHd *hd, double *dest, int n);
+
+/* The next token must be this one: "data out of order: ...". A string that differs is read once more after a second. */
+void iopCheckStr(iopHd *hd, const char *expected);
+void iopCheckInt(iopHd *hd, int expected);
+
+/* Writes a table of n2 rows of n1 integers. Text: with wrap, each row begins a line, of a hundred numbers at most;
+   without, all stand in one line that is not ended. */
+void iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap);
+
+/* Writes n integers as bytes, in any form. src is the same afterwards, but may be turned round meanwhile. */
+void iopPutBinInts(iopHd *hd, int *src, int n);
+
+/* The place of the next token, to return to. It does not hold the counters. */
 int64_t iopGetLoc(iopHd *hd);
 void    iopSetLoc(iopHd *hd, int64_t loc);
 
-/* Keyed items */
-void iopGetKeyStr(iopHd *hd, const char *key, char *text);
+/* ---- keyed items: the key, then a value, or nCols, nRows and the values ----
+
+   Fail if the key, or a table's sizes, are not those given. Of optional items (Opt, If) one that is another, or the
+   end of the data, leaves the place in the file and the destination as they were. */
+
+void iopGetKeyStr(iopHd *hd, const char *key, char *text);                      /* text: 8192 bytes     */
 void iopGetOptKeyStr(iopHd *hd, const char *key, char *text);
 void iopGetKeyInt(iopHd *hd, const char *key, int *dest);
 void iopGetOptKeyInt(iopHd *hd, const char *key, int *dest);
-void iopGetKeyInts(iopHd *hd, const char *key, int n1, int n2, int *dest);
-void iopGetOptKeyInts(iopHd *hd, const char *key, int n1, int n2, int *dest);
 void iopGetKeyReal(iopHd *hd, const char *key, double *dest);
 void iopGetOptKeyReal(iopHd *hd, const char *key, double *dest);
+
+void iopGetKeyInts(iopHd *hd, const char *key, int n1, int n2, int *dest);      /* dest[n2][n1]         */
+void iopGetOptKeyInts(iopHd *hd, const char *key, int n1, int n2, int *dest);
 void iopGetKeyReals(iopHd *hd, const char *key, int n1, int n2, double *dest);
+
+/* Step over a table of whatever size; one that the file cannot hold fails. */
 void iopSkipInts(iopHd *hd, const char *key);
 void iopSkipReals(iopHd *hd, const char *key);
 void iopSkipRealsIf(iopHd *hd, const char *key);
+
+/* Rows first to last - 1 of a table of n2 rows: dest[last - first][n1]. An empty range fails. */
 void iopReadSubInts(iopHd *hd, const char *key, int n1, int n2, int first, int last, int *dest);
 void iopReadSubReals(iopHd *hd, const char *key, int n1, int n2, int first, int last, double *dest);
-/* Table of m rows of n reals; row i goes to dest + idx[i] * n. A null idx: row i to row i. */
+
+/* Table of m rows of n reals; row i goes to dest + idx[i] * n, in the order of i. A null idx: row i to row i. The
+   caller answers for idx[0] to idx[m - 1] lying within dest. */
 void iopGetRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest);
 
 /* Fails ("EOF ...") unless the rest of the file could hold n items of a kind: 'i' integers, 'r' reals, 'f' floats,

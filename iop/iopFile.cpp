@@ -1,0 +1,255 @@
+/* iopFile.cpp: naming, opening and closing of files, and the table of storage forms.
+ *
+ * The name decides the form: .B .Z .H .C, anything else is text. No other suffix is tried, since the name comes from
+ * whoever wrote the file. A handle points at the row of its form, and all that depends on the form goes through it.
+ *
+ * A closed handle goes to a free list and keeps its buffers: a run opens thousands of small files. Nothing here
+ * returns an error: what fails does not return. A failing open gives its handle back first; a handle that is lost by a
+ * later failure stays open unless its owner lands at the trap and closes it.
+ *
+ * Opening to read waits. The solver may still be writing, so a missing file is tried again after a second, twice, or
+ * sixty times with IOP_LONG_WAIT.
+ *
+ * In this file: the forms, names and suffixes, handles, open and close, questions about a file. */
+
+#include "iop/iopInt.h"
+
+#include <stdarg.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "base/cvt.h"
+#include "base/mem.h"
+
+/* ---- the forms ---- */
+
+/* The first row whose bits are all set is that of a handle, so what wraps or refines a form stands before it. A row
+   without functions is known by name and not read yet. Not for the formatter. */
+#define NOT_YET 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
+static const iopForm iopForms[] = {
+    { "socket",        IOP_SOCKET,           "",   NOT_YET },
+    { "remote shell",  IOP_RSH,              "",   NOT_YET },
+    { "record",        IOP_REC | IOP_BINARY, ".B", NOT_YET },
+    { "ascii",         IOP_ASCII,            "",   65536,
+      /* open, close         */ iopTextOpen,     iopStreamClose,
+      /* string, line, print */ iopTextGetStr,   iopTextGetLine,  iopTextPutLine,
+      /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
+      /* step over, scatter  */ iopTextSkip,     iopTextGetRows,
+      /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
+      /* room, locations     */ iopTextHolds,    iopStreamGetLoc, iopStreamSetLoc },
+    { "binary",        IOP_BINARY,           ".B", 4096,
+      /* open, close         */ iopBinOpen,      iopStreamClose,
+      /* string, line, print */ iopBinGetStr,    iopBinNoGetLine, iopBinNoPutLine,
+      /* numbers, as bytes   */ iopBinGetNums,   iopBinGetNums,
+      /* step over, scatter  */ iopBinSkip,      iopBinGetRows,
+      /* write, as bytes     */ iopBinPutInts,   iopBinPutBin,
+      /* room, locations     */ iopBinHolds,     iopStreamGetLoc, iopStreamSetLoc },
+    { "compressed",    IOP_COMPRESSED,       ".Z", NOT_YET },
+    { "hdf",           IOP_HDF,              ".H", NOT_YET },
+    { "hdf-container", IOP_HDF_CONTAINER,    ".C", NOT_YET },
+};
+
+static const iopForm *const endForms = iopForms + sizeof iopForms / sizeof iopForms[0];
+
+static const iopForm *formOf(int opt)
+{
+    const iopForm *form = iopForms;
+    while ((opt & form->bits) != form->bits) ++form;
+    return form;
+}
+
+/* ---- names and suffixes ---- */
+
+/* The plain form whose suffix ends the name; null: none, so it is text. */
+static const iopForm *formBySuffix(const char *name)
+{
+    const size_t length = strlen(name);
+    if (length < 2) return NULL;
+    for (const iopForm *form = iopForms; form < endForms; ++form)
+        if (*form->suffix && !(form->bits & ~IOP_FORMS) && strcmp(name + length - 2, form->suffix) == 0) return form;
+    return NULL;
+}
+
+int iopGetFileOpt(const char *name)
+{
+    const iopForm *form = formBySuffix(name);
+    return form ? form->bits : IOP_ASCII;
+}
+
+/* The suffix is cut whatever form was asked for: a name that ends in .Z, opened as binary, is looked for with .B. */
+static void storeName(char *stored, const char *name)
+{
+    strcpy(stored, name);
+    if (formBySuffix(stored)) stored[strlen(stored) - 2] = 0;
+}
+
+static const char *baseName(const char *name, int opt)
+{
+    const char *slash = opt & IOP_BASENAME ? strrchr(name, '/') : NULL;
+    return slash ? slash + 1 : name;
+}
+
+static void checkLength(const char *name)
+{
+    if (strlen(name) >= SYS_NAME) sysFail("fileName is too long <%s>", name);
+}
+
+static void checkForm(const char *name, int opt)
+{
+    const int form = opt & IOP_FORMS;
+    if (form == 0 || (form & (form - 1)) != 0)
+        sysFail("file <%s> must be ascii, binary, compressed or hdf: opt <%x>", name, (unsigned) opt);
+}
+
+static void diskName(char *name, int size, const char *stored, const iopForm *form, int opt)
+{
+    const int bare = (opt & IOP_RAW) && (opt & IOP_BINARY);
+    snprintf(name, (size_t) size, "%s%s", stored, bare ? "" : form->suffix);
+}
+
+void iopDiskName(const iopHd *hd, char *name, int size)
+{
+    diskName(name, size, hd->fileName, hd->form, hd->opt);
+}
+
+const char *iopFileName(const iopHd *hd)
+{
+    return hd->fileName;
+}
+
+/* ---- handles ---- */
+
+static iopHd *closedHds;
+
+static iopHd *takeHd(void)
+{
+    iopHd *hd = closedHds;
+    if (hd) {
+        closedHds = hd->next;
+        return hd;
+    }
+    hd = memNewZ(iopHd, 1);
+    hd->fileName = memNew(char, SYS_NAME);
+    hd->lastToken = memNew(char, SYS_NAME);
+    return hd;
+}
+
+static void recycle(iopHd *hd)
+{
+    hd->sock = NULL;
+    hd->opt = 0;
+    hd->hdfFile = hd->hdfFiles = hd->hdfData = -1;
+    hd->next = closedHds;
+    closedHds = hd;
+}
+
+iopHd *iopNew(const char *name, int opt)
+{
+    checkLength(name);
+    checkForm(name, opt);
+    if (!(opt & (IOP_READ | IOP_WRITE)))
+        sysFail("file <%s> must be either for read or write: opt <%x>", name, (unsigned) opt);
+    const iopForm *form = formOf(opt);
+    if (!form->open) sysFail("%s files are not read by this version: <%s>", form->name, name);
+
+    iopHd *hd = takeHd();
+    storeName(hd->fileName, name);
+    strcpy(hd->lastToken, "__NONE__");
+    hd->fp = NULL;
+    hd->sock = NULL;
+    hd->opt = opt;
+    hd->nativeInt = hd->fileInt = cvtNativeInt();
+    hd->nativeReal = hd->fileReal = cvtNativeReal();
+    hd->nativeFloat = hd->fileFloat = cvtNativeFloat();
+    hd->nTokens = hd->nDataSets = 0;
+    hd->hdfFile = hd->hdfFiles = hd->hdfData = -1;
+    hd->dataStart = hd->recMetaLoc = 0;
+    hd->form = form;
+    hd->ahead.start = hd->ahead.pos = hd->ahead.size = 0;
+    hd->next = NULL;
+    return hd;
+}
+
+/* ---- open and close ---- */
+
+iopHd *iopOpenFile(const char *name, int opt)
+{
+    if ((opt & IOP_REC) && !(opt & IOP_BINARY)) sysFail("REC file requires binary format; file <%s>", name);
+    iopHd *hd = iopNew(baseName(name, opt), opt);
+    int budget = iopBudget(hd);
+    hd->form->open(hd, &budget);
+    if (hd->fp) hd->dataStart = hd->form->getLoc(hd);
+    return hd;
+}
+
+void iopCloseFile(iopHd *hd)
+{
+    if (!hd->opt) sysFail("file <%s> is not open", hd->fileName);
+    hd->form->close(hd);
+    recycle(hd);
+}
+
+void iopGiveUp(iopHd *hd, const char *format, ...)
+{
+    char text[SYS_TEXT];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    if (hd->fp) fclose(hd->fp);
+    hd->fp = NULL;
+    recycle(hd);
+    sysFail("%s", text);
+}
+
+void iopRewind(iopHd *hd)
+{
+    if (hd->fp) iopSetLoc(hd, hd->dataStart);
+    hd->nTokens = hd->nDataSets = 0;
+    strcpy(hd->lastToken, "__NONE__");
+}
+
+/* ---- questions ---- */
+
+int iopCheckFile(const char *name, int opt)
+{
+    char stored[SYS_NAME], onDisk[SYS_NAME + 8];
+    checkLength(name);
+    checkForm(name, opt);
+    storeName(stored, baseName(name, opt));
+    diskName(onDisk, sizeof onDisk, stored, formOf(opt & IOP_FORMS), opt);
+    FILE *fp = iopOpenToRead(onDisk, "r");
+    if (!fp) return 0;
+    fclose(fp);
+    return 1;
+}
+
+int64_t iopFileSize(const char *name)
+{
+    struct stat st;
+    return stat(name, &st) == 0 ? (int64_t) st.st_size : 0;
+}
+
+int iopFileTime(const char *name)
+{
+    struct stat st;
+    return stat(name, &st) == 0 ? (int) st.st_mtime : 0;
+}
+
+const char *iopFileInfo(iopHd *hd)
+{
+    static char text[SYS_TEXT];
+    static const struct { int bit; const char *format; } infos[] = {
+        { IOP_ASCII,         "in ascii file <%s> token <%d> near <%s>"         },
+        { IOP_BINARY,        "in binary file <%s> token <%d> near <%s>"        },
+        { IOP_COMPRESSED,    "in compressed file <%s> token <%d> near <%s>"    },
+        { IOP_HDF,           "in hdf file <%s> token <%d> near <%s>"           },
+        { IOP_HDF_CONTAINER, "in hdf-container file <%s> token <%d> near <%s>" },
+    };
+    for (const auto &info : infos) {
+        if (!(hd->opt & info.bit)) continue;
+        snprintf(text, sizeof text, info.format, hd->fileName, hd->nTokens, hd->lastToken);
+        break;
+    }
+    return text;
+}

@@ -1,0 +1,179 @@
+/* iopStream.cpp: what the forms on a stdio stream share: opening, waiting for a writer, reading ahead, locations.
+ *
+ * Streams are written by stdio but read past it, from the stream's descriptor. Stdio would keep bytes that the
+ * library must be able to look at anew when a network file system catches up with a writer, it would remember an end
+ * of file that is no longer one, and each number of a text would cost a locked call. Instead the handle holds a small
+ * piece of the file; what is larger than the piece goes straight into the caller's array. The location of a handle
+ * is thus that of the next byte it will take, not that of the descriptor.
+ *
+ * Waiting: an operation that meets the end of the data has a budget of seconds. Each wait is one second of it. */
+
+#include "iop/iopInt.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/mem.h"
+
+enum { AHEAD_SIZE = 65536 };                /* room in the handle's piece; the forms use all or a part of it */
+
+int iopBudget(const iopHd *hd)
+{
+    return hd->opt & IOP_LONG_WAIT ? 60 : 2;
+}
+
+int iopWait(int *budget)
+{
+    if (*budget < 1) return 0;
+    --*budget;
+    sysSleep(1);
+    return 1;
+}
+
+/* ---- open and close ---- */
+
+/* A directory opens as a stream on some systems, and a pipe of that name would keep us waiting for ever: only plain
+   files are files. */
+FILE *iopOpenToRead(const char *name, const char *mode)
+{
+    struct stat st;
+    if (stat(name, &st) != 0) return NULL;
+    if (!S_ISREG(st.st_mode)) {
+        errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        return NULL;
+    }
+    return fopen(name, mode);
+}
+
+/* Both set: reading wins. A file to be read may still have to be made by its writer. */
+int iopStreamOpen(iopHd *hd, int *budget)
+{
+    const int bytes = hd->opt & (IOP_BINARY | IOP_RAW);
+    char name[SYS_NAME + 8];
+    iopDiskName(hd, name, sizeof name);
+    if (hd->opt & IOP_READ) {
+        int error;
+        do {
+            hd->fp = iopOpenToRead(name, bytes ? "rb" : "r");
+            error = errno;
+        } while (!hd->fp && iopWait(budget));
+        errno = error;                              /* the wait may have changed it */
+    } else if (hd->opt & IOP_APPEND) {
+        hd->fp = fopen(name, bytes ? "ab" : "a");
+    } else {
+        hd->fp = fopen(name, bytes ? "wb" : "w");
+    }
+    if (!hd->fp) return 0;
+    if (hd->opt & IOP_APPEND && !(hd->opt & IOP_READ)) fseeko(hd->fp, 0, SEEK_END);
+    if (hd->opt & IOP_LINE_BUFFER) setvbuf(hd->fp, NULL, _IOLBF, 1024);
+    if (hd->opt & IOP_NO_BUFFER) setvbuf(hd->fp, NULL, _IONBF, 1024);
+    return 1;
+}
+
+void iopStreamClose(iopHd *hd)
+{
+    char name[SYS_NAME + 8];
+    const int failed = hd->fp && fclose(hd->fp) != 0 && !(hd->opt & IOP_READ);
+    const int error = errno;
+    hd->fp = NULL;
+    iopDiskName(hd, name, sizeof name);
+    if (hd->opt & IOP_DELETE) remove(name);
+    /* what stdio still held did not reach the disk: the file is not what the caller wrote */
+    else if (failed) iopGiveUp(hd, "unable to write file <%s>; %s", name, strerror(error));
+}
+
+/* ---- reading ahead ---- */
+
+/* One read that got something, or 0 at the end of the file. An error reads as the end, as it does with stdio. */
+static int64_t readSome(iopHd *hd, void *dest, int64_t n)
+{
+    if (!hd->fp) return 0;
+    ssize_t got;
+    do got = read(fileno(hd->fp), dest, (size_t) (n < INT_MAX ? n : INT_MAX)); while (got < 0 && errno == EINTR);
+    return got > 0 ? got : 0;
+}
+
+/* Appends to the piece what the file has to give, after moving what was not yet taken to its front. */
+int iopFill(iopHd *hd)
+{
+    iopAhead *a = &hd->ahead;
+    if (!a->data) a->data = memNew(char, AHEAD_SIZE + 1);   /* one more for the zero behind a text's number */
+    if (a->pos > 0) {
+        memmove(a->data, a->data + a->pos, (size_t) (a->size - a->pos));
+        a->start += a->pos;
+        a->size -= a->pos;
+        a->pos = 0;
+    }
+    const int room = AHEAD_SIZE - a->size, want = hd->form->nAhead < room ? hd->form->nAhead : room;
+    const int got = (int) readSome(hd, a->data + a->size, want);
+    a->size += got;
+    return got;
+}
+
+static int64_t takeAhead(iopHd *hd, char *dest, int64_t n)
+{
+    iopAhead *a = &hd->ahead;
+    const int64_t have = a->size - a->pos, some = n < have ? n : have;
+    if (some > 0) memcpy(dest, a->data + a->pos, (size_t) some);
+    a->pos += (int) some;
+    return some;
+}
+
+/* Reads past the piece, which is empty. */
+static int64_t readDirect(iopHd *hd, char *dest, int64_t n)
+{
+    iopAhead *a = &hd->ahead;
+    const int64_t got = readSome(hd, dest, n);
+    a->start += a->size + got;
+    a->pos = a->size = 0;
+    return got;
+}
+
+/* The retry keeps what came and asks only for the rest. */
+int64_t iopReadBytes(iopHd *hd, void *dest, int64_t n, int *budget)
+{
+    char *to = (char *) dest;
+    int64_t got = takeAhead(hd, to, n);
+    while (got < n) {
+        const int64_t more = n - got >= hd->form->nAhead ? readDirect(hd, to + got, n - got)
+                           : iopFill(hd)                 ? takeAhead(hd, to + got, n - got) : 0;
+        got += more;
+        if (more == 0 && !iopWait(budget)) break;
+    }
+    return got;
+}
+
+/* ---- locations ---- */
+
+int64_t iopStreamGetLoc(iopHd *hd)
+{
+    if (!hd->fp) return 0;
+    return hd->opt & IOP_READ ? hd->ahead.start + hd->ahead.pos : (int64_t) ftello(hd->fp);
+}
+
+int iopStreamSetLoc(iopHd *hd, int64_t loc, int reread)
+{
+    iopAhead *a = &hd->ahead;
+    if (!hd->fp) return 0;
+    if (!(hd->opt & IOP_READ)) return fseeko(hd->fp, loc, SEEK_SET) == 0;
+    if (!reread && loc >= a->start && loc <= a->start + a->size) {
+        a->pos = (int) (loc - a->start);
+        return 1;
+    }
+    if (lseek(fileno(hd->fp), loc, SEEK_SET) < 0) return 0;
+    a->start = loc;
+    a->pos = a->size = 0;
+    return 1;
+}
+
+int64_t iopStreamLeft(iopHd *hd)
+{
+    struct stat st;
+    if (!hd->fp || fstat(fileno(hd->fp), &st) != 0) return 0;
+    if (!S_ISREG(st.st_mode)) return INT64_MAX;            /* a pipe does not tell */
+    const int64_t left = (int64_t) st.st_size - iopStreamGetLoc(hd);
+    return left > 0 ? left : 0;
+}

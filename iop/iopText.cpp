@@ -1,0 +1,346 @@
+/* iopText.cpp: the ascii form: tokens between white space.
+ *
+ * A word is what scanf takes for "%s", an integer "%d", a real "%le", a float "%e": the same values and the same places
+ * where a token ends, so that "12abc" is the integer 12 and then the word abc, and a Fortran 1.5D+03 is 1.5 and then
+ * rubbish. The tokens are found here, in the bytes that the handle read ahead, since a scanf for each number makes
+ * reading a large text several times slower. The host's locale has no say in them.
+ *
+ * A token that the end of the data cuts short counts as whole, as with scanf, if it is a number or a word so far.
+ * Numbers out of range become what strtol and strtod make of them. */
+
+#include "iop/iopInt.h"
+
+#include <errno.h>
+#include <float.h>
+#include <limits.h>
+#include <locale.h>
+#include <stdlib.h>
+#include <string.h>
+
+enum { MAX_NUMBER = 8191 };                 /* characters of a number */
+
+void iopTextOpen(iopHd *hd, int *budget)
+{
+    if (iopStreamOpen(hd, budget)) return;
+    const int error = errno;
+    char name[SYS_NAME + 8];
+    iopDiskName(hd, name, sizeof name);
+    iopGiveUp(hd, "unable to open ascii file <%s>; %s", name, strerror(error));
+}
+
+/* ---- bytes ---- */
+
+static int byteBehind(iopHd *hd, int i)
+{
+    if (i > MAX_NUMBER) return -1;          /* see checkNumber */
+    return iopFill(hd) ? (unsigned char) hd->ahead.data[hd->ahead.pos + i] : -1;
+}
+
+/* Byte i behind the read position, -1 at the end of the data. To be asked for in rising order. */
+static inline int byteAt(iopHd *hd, int i)
+{
+    const iopAhead *a = &hd->ahead;
+    return i < a->size - a->pos ? (unsigned char) a->data[a->pos + i] : byteBehind(hd, i);
+}
+
+static inline int isWhite(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+static inline int isDigit(int c) { return c >= '0' && c <= '9'; }
+static inline int lower(int c)   { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
+
+static int isHexDigit(int c)
+{
+    return isDigit(c) || (lower(c) >= 'a' && lower(c) <= 'f');
+}
+
+/* 0 at the end of the data, else the byte at which the next token begins. */
+static int nextToken(iopHd *hd)
+{
+    int c;
+    while (isWhite(c = byteAt(hd, 0))) hd->ahead.pos++;
+    return c < 0 ? 0 : 1;
+}
+
+/* ---- strings and lines ---- */
+
+SYS_NORETURN static void failTooBig(char *text)
+{
+    text[SYS_TEXT - 1] = 0;
+    sysFail("string too big <%d>", SYS_TEXT);
+}
+
+/* One word as "%s" takes it; 0 at the end of the data. */
+static int getWord(iopHd *hd, char *text)
+{
+    if (!nextToken(hd)) return 0;
+    int n = 0;
+    for (int c; (c = byteAt(hd, 0)) >= 0 && !isWhite(c); hd->ahead.pos++) {
+        if (n == SYS_TEXT - 1) failTooBig(text);
+        text[n++] = (char) c;
+    }
+    text[n] = 0;
+    return 1;
+}
+
+/* What follows a word that began with a quote: all up to a zero byte, a newline or a quote. In a word that closes its
+   own quotation the closing quote is not seen as the end: followed by a newline it is removed, followed by a blank the
+   rest of the line is taken in, that quote included. Files are written with this in mind. */
+static void getQuoted(iopHd *hd, char *text, int *budget)
+{
+    memmove(text, text + 1, strlen(text));
+    int n = (int) strlen(text);
+    for (;; ++n) {
+        int c;
+        while ((c = byteAt(hd, 0)) < 0)
+            if (!iopWait(budget)) sysFail("EOF %s", iopFileInfo(hd));
+        if (n == SYS_TEXT) failTooBig(text);
+        hd->ahead.pos++;
+        if (c == 0 || c == '\n' || c == '"') break;
+        text[n] = (char) c;
+    }
+    if (n > 0 && text[n - 1] == '"') --n;
+    text[n] = 0;
+}
+
+int iopTextGetStr(iopHd *hd, char *text, int must)
+{
+    if (!must) return getWord(hd, text);
+    int budget = iopBudget(hd);
+    while (!getWord(hd, text))
+        if (!iopWait(&budget)) sysFail("EOF %s", iopFileInfo(hd));
+    if (text[0] == '"') getQuoted(hd, text, &budget);
+    return 1;
+}
+
+int iopTextGetLine(iopHd *hd, char *text, int size)
+{
+    int n = 0, c = -1;
+    while (n < size - 1 && (c = byteAt(hd, 0)) >= 0) {
+        hd->ahead.pos++;
+        text[n++] = (char) c;
+        if (c == '\n') break;
+    }
+    text[n] = 0;
+    if (n == 0) return 0;
+    n = (int) strlen(text);
+    if (n > 0 && text[n - 1] == '\n') {
+        text[--n] = 0;
+        if (n > 0 && text[n - 1] == '\r') text[--n] = 0;
+    }
+    if (n >= size - 1) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
+    return 1;
+}
+
+int iopTextPutLine(iopHd *hd, const char *format, va_list args)
+{
+    return hd->fp && vfprintf(hd->fp, format, args) >= 0 && fputc('\n', hd->fp) != EOF;
+}
+
+/* ---- numbers ---- */
+
+/* The length of a scanned number, or -1 if it is none: `ok` tells. One that the end of the data left without a digit
+   may still be written: 0, as if nothing had come. */
+static int checkNumber(iopHd *hd, int length, int ok)
+{
+    if (length > MAX_NUMBER) sysFail("number longer than <%d> characters; %s", MAX_NUMBER, iopFileInfo(hd));
+    if (ok) return length;
+    return byteAt(hd, length) < 0 ? 0 : -1;
+}
+
+int iopScanInt(iopHd *hd, void *dest)
+{
+    if (!nextToken(hd)) return 0;
+    int n = 0, c = byteAt(hd, 0);
+    const int minus = c == '-';
+    if (minus || c == '+') c = byteAt(hd, ++n);
+    const int sign = n;
+    uint64_t value = 0;
+    int tooBig = 0;
+    for (; isDigit(c); c = byteAt(hd, ++n)) {
+        tooBig |= value > (UINT64_MAX - 9) / 10;
+        value = 10 * value + (uint64_t) (c - '0');
+    }
+    n = checkNumber(hd, n, n > sign);
+    if (n < 1) return n;
+    hd->ahead.pos += n;
+    if (dest) {
+        const uint64_t most = (uint64_t) INT64_MAX + (minus ? 1 : 0);
+        if (tooBig || value > most) value = most;
+        const uint32_t low = (uint32_t) (minus ? 0 - value : value);
+        memcpy(dest, &low, sizeof low);
+    }
+    return 1;
+}
+
+/* The rest of a word such as "nan", of which the first character stands at i: the index behind it, or -1. */
+static int match(iopHd *hd, int i, const char *word, int *cut)
+{
+    for (; *word; ++word, ++i) {
+        const int c = byteAt(hd, i);
+        if (lower(c) == *word) continue;
+        *cut = c < 0;
+        return -1;
+    }
+    return i;
+}
+
+/* "nan", "inf" or "infinity" from index i. */
+static int scanName(iopHd *hd, int i)
+{
+    int cut = 0, n = lower(byteAt(hd, i)) == 'n' ? match(hd, i, "nan", &cut) : match(hd, i, "inf", &cut);
+    if (n > 0 && lower(byteAt(hd, i)) == 'i' && lower(byteAt(hd, n)) == 'i') n = match(hd, n, "inity", &cut);
+    return n > 0 ? n : cut ? 0 : -1;
+}
+
+/* The length of the floating-point number at the read position, as scanf sees it: 0 at the end of the data, -1 for
+   something else. An exponent without digits belongs to the number. */
+static int scanDecimal(iopHd *hd)
+{
+    if (!nextToken(hd)) return 0;
+    int n = 0, c = byteAt(hd, 0), last = 0, mark = 'e', digits = 0, point = 0, exponent = 0;
+    if (c == '-' || c == '+') c = byteAt(hd, ++n);
+    if (lower(c) == 'n' || lower(c) == 'i') return scanName(hd, n);
+    int isHex = 0;
+    if (c == '0') {
+        digits = 1;
+        c = byteAt(hd, ++n);
+        if (lower(c) == 'x') {
+            isHex = 1;
+            mark = 'p';
+            digits = 0;
+            c = byteAt(hd, ++n);
+        }
+    }
+    const int head = n;
+    for (;; last = lower(c), c = byteAt(hd, ++n)) {
+        if (isDigit(c) || (isHex && !exponent && isHexDigit(c))) digits = 1;
+        else if (exponent && last == mark && (c == '-' || c == '+')) continue;
+        else if (digits && !exponent && lower(c) == mark) exponent = point = 1;
+        else if (!point && c == '.') point = 1;
+        else break;
+    }
+    return checkNumber(hd, n, digits || (isHex && n > head));
+}
+
+/* Most numbers are a product or quotient of two numbers that a double holds exactly, so that one operation rounds them
+   just as strtod does. 0: this one is not. */
+static int simpleReal(const char *s, const char *end, double *value)
+{
+    static const double tens[] = { 1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22 };
+    const int minus = *s == '-';
+    if (FLT_EVAL_METHOD != 0 || end - s > 24) return 0;
+    if (minus || *s == '+') ++s;
+    uint64_t digits = 0;
+    int scale = 0, exponent = 0, point = 0, big = 0;
+    for (; s < end && (isDigit(*s) || (*s == '.' && !point)); ++s) {
+        if (*s == '.') {
+            point = 1;
+            continue;
+        }
+        big |= digits > UINT64_C(1) << 53;
+        digits = 10 * digits + (uint64_t) (*s - '0');
+        scale -= point;
+    }
+    if (s < end) {
+        if (lower(*s++) != 'e' || s == end) return 0;
+        const int down = *s == '-';
+        if (down || *s == '+') ++s;
+        if (s == end || end - s > 3) return 0;
+        for (; s < end && isDigit(*s); ++s) exponent = 10 * exponent + (*s - '0');
+        if (s < end) return 0;
+        scale += down ? -exponent : exponent;
+    }
+    if (big || digits > UINT64_C(1) << 53 || scale < -22 || scale > 22) return 0;
+    *value = scale < 0 ? (double) digits / tens[-scale] : (double) digits * tens[scale];
+    if (minus) *value = -*value;
+    return 1;
+}
+
+/* Numbers have a point for a decimal sign whatever the host's language is. */
+static locale_t plainLocale(void)
+{
+    static locale_t plain;
+    if (!plain) plain = newlocale(LC_ALL_MASK, "C", (locale_t) 0);
+    if (!plain) sysFail("unable to get the plain locale");
+    return plain;
+}
+
+int iopScanReal(iopHd *hd, void *dest)
+{
+    const int n = scanDecimal(hd);
+    if (n < 1) return n;
+    if (dest) {
+        char *s = hd->ahead.data + hd->ahead.pos;
+        double value;
+        if (!simpleReal(s, s + n, &value)) {
+            const char kept = s[n];                 /* room for it: see iopFill */
+            s[n] = 0;
+            value = strtod_l(s, NULL, plainLocale());
+            s[n] = kept;
+        }
+        memcpy(dest, &value, sizeof value);
+    }
+    hd->ahead.pos += n;
+    return 1;
+}
+
+int iopScanFloat(iopHd *hd, void *dest)
+{
+    const int n = scanDecimal(hd);
+    if (n < 1) return n;
+    if (dest) {
+        char *s = hd->ahead.data + hd->ahead.pos;
+        const char kept = s[n];
+        s[n] = 0;
+        const float value = strtof_l(s, NULL, plainLocale());
+        s[n] = kept;
+        memcpy(dest, &value, sizeof value);
+    }
+    hd->ahead.pos += n;
+    return 1;
+}
+
+/* A null dest: the numbers are dropped. */
+void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
+{
+    int budget = iopBudget(hd);
+    for (int64_t i = 0; i < n; ) {
+        const int came = num->scan(hd, dest ? (char *) dest + i * num->size : NULL);
+        if (came > 0) {
+            ++i;
+        } else if (came < 0 || !iopWait(&budget)) {
+            iopCount(hd, i);
+            sysFail("EOF %s", iopFileInfo(hd));
+        }
+    }
+}
+
+void iopTextSkip(iopHd *hd, const iopNum *num, int64_t n)
+{
+    iopTextGetNums(hd, num, NULL, n);
+}
+
+void iopTextGetRows(iopHd *hd, int n, int m, const int *idx, double *dest)
+{
+    for (int i = 0; i < m; ++i) iopTextGetNums(hd, &iopReals, dest + (int64_t) (idx ? idx[i] : i) * n, n);
+}
+
+/* At least a digit and a blank each, but for the last. */
+int iopTextHolds(iopHd *hd, int64_t n, int size)
+{
+    const int64_t left = iopStreamLeft(hd);
+    return n < 1 || (left > 0 && n - 1 <= (left - 1) / 2);
+}
+
+/* Wrapped: lines of a hundred values; a row begins a new line. */
+void iopTextPutInts(iopHd *hd, const int *src, int n1, int n2, int wrap)
+{
+    for (int row = 0; row < n2; ++row) {
+        for (int i = 0; i < n1; ++i) {
+            const int last = i == n1 - 1, full = (i + 1) % 100 == 0;
+            const char *behind = !wrap ? " " : last ? "\n" : full ? " \n" : " ";
+            if (!hd->fp || fprintf(hd->fp, "%d%s", *src++, behind) < 0)
+                sysFail("unable to write <%d> integers %s", n1 * n2, iopFileInfo(hd));
+        }
+    }
+}

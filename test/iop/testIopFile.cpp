@@ -1,0 +1,471 @@
+/* testIopFile.cpp: names, suffixes, opening and closing. */
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/cvt.h"
+#include "iop/iopInt.h"
+#include "test/iop/tokenBytes.h"
+
+static int readOne(const char *name, int opt)
+{
+    int value = -1;
+    iopHd *fh = iopOpenFile(name, opt | IOP_READ);
+    iopGetIntF(fh, &value, 1);
+    iopCloseFile(fh);
+    return value;
+}
+
+static bool exists(const char *name)
+{
+    return access(name, F_OK) == 0;
+}
+
+TEST(iopFile, formFromSuffix)
+{
+    static const struct { const char *name; int form; } rows[] = {
+        { "p.1.out.B", IOP_BINARY }, { "p.1.out.Z", IOP_COMPRESSED }, { "p.H", IOP_HDF },
+        { "p.C", IOP_HDF_CONTAINER }, { ".B", IOP_BINARY },
+        { "p.1.out", IOP_ASCII }, { "p.b", IOP_ASCII }, { "p.B.x", IOP_ASCII }, { "pB", IOP_ASCII },
+        { "p.A", IOP_ASCII },
+    };
+    for (const auto &row : rows) EXPECT_EQ(iopGetFileOpt(row.name), row.form) << row.name;
+}
+
+TEST(iopFile, nameShorterThanASuffixIsAscii)
+{
+    EXPECT_EQ(iopGetFileOpt(""), IOP_ASCII);
+    EXPECT_EQ(iopGetFileOpt("B"), IOP_ASCII);
+    EXPECT_EQ(iopGetFileOpt("."), IOP_ASCII);
+}
+
+TEST(iopFile, asciiNameEndingInBReadsTheFileWithoutIt)
+{
+    testWrite("a", "12\n");
+    testWrite("a.B", "13\n");
+    EXPECT_EQ(readOne("a.B", IOP_ASCII), 12);
+}
+
+TEST(iopFile, suffixIsCutWhateverTheFormIs)
+{
+    TokenBytes(tokenForms[1]).i(7).write();                     /* b.out.B */
+    EXPECT_EQ(readOne("b.out.Z", IOP_BINARY), 7);
+    EXPECT_EQ(readOne("b.out.B", IOP_BINARY), 7);
+    EXPECT_EQ(readOne("b.out", IOP_BINARY), 7);
+    iopHd *fh = iopOpenFile("b.out.H", IOP_BINARY | IOP_READ);
+    EXPECT_STREQ(iopFileName(fh), "b.out");
+    iopCloseFile(fh);
+}
+
+TEST(iopFile, nameOf1023CharactersIsTakenAndOf1024Not)
+{
+    testWrite("abc", "5\n");
+    std::string name = "abc";
+    while (name.size() < 1023) name = "./" + name;
+    ASSERT_EQ(name.size(), 1023u);
+    EXPECT_EQ(readOne(name.c_str(), IOP_ASCII), 5);
+    EXPECT_EQ(iopCheckFile(name.c_str(), IOP_ASCII), 1);
+    name += "x";
+    const std::string text = "fileName is too long <" + name + ">";
+    checkFails(text, iopOpenFile(name.c_str(), IOP_ASCII | IOP_READ));
+    checkFails(text, iopNew(name.c_str(), IOP_ASCII | IOP_READ));
+    checkFails(text, iopCheckFile(name.c_str(), IOP_ASCII));
+}
+
+TEST(iopFile, longestNameWithASuffixIsTaken)
+{
+    std::string name = "n.B";
+    while (name.size() < 1023) name = "./" + name;
+    testWrite("n.B", "QUENTA 1 2 4 6 8\n\x07" + std::string(3, '\0'));
+    EXPECT_EQ(readOne(name.c_str(), IOP_BINARY), 7);
+    name = name.substr(0, 1021) + "qq";
+    EXPECT_EQ(iopCheckFile(name.c_str(), IOP_BINARY), 0);
+    checkFails("unable to open binary file <", iopOpenFile(name.c_str(), IOP_BINARY | IOP_READ));
+}
+
+TEST(iopFile, exactlyOneFormBit)
+{
+    static const struct { int opt; const char *text; } rows[] = {
+        { IOP_READ | IOP_ASCII | IOP_BINARY, "file <f> must be ascii, binary, compressed or hdf: opt <31>" },
+        { IOP_READ, "file <f> must be ascii, binary, compressed or hdf: opt <1>" },
+        { IOP_READ | IOP_FORMS, "file <f> must be ascii, binary, compressed or hdf: opt <1f1>" },
+    };
+    for (const auto &row : rows) {
+        checkFails(row.text, iopNew("f", row.opt));
+        checkFails(row.text, iopOpenFile("f", row.opt));
+        checkFails(row.text, iopCheckFile("f", row.opt));
+    }
+}
+
+TEST(iopFile, eitherReadOrWrite)
+{
+    checkFails("file <f> must be either for read or write: opt <10>", iopNew("f", IOP_ASCII));
+    checkFails("file <f> must be either for read or write: opt <24>", iopOpenFile("f", IOP_BINARY | IOP_APPEND));
+    checkReturns(EXPECT_EQ(iopCheckFile("f", IOP_ASCII), 0));
+}
+
+TEST(iopFile, recordFilesAreBinary)
+{
+    checkFails("REC file requires binary format; file <p.ptc>", iopOpenFile("p.ptc", IOP_ASCII | IOP_READ | IOP_REC));
+    checkFails("REC file requires binary format; file <p.ptc>", iopOpenFile("p.ptc", IOP_READ | IOP_REC));
+}
+
+TEST(iopFile, baseNameIsBehindTheLastSlash)
+{
+    testWrite("a.out", "3\n");
+    EXPECT_EQ(readOne("no/such/a.out", IOP_ASCII | IOP_BASENAME), 3);
+    EXPECT_EQ(readOne("a.out", IOP_ASCII | IOP_BASENAME), 3);
+    EXPECT_EQ(iopCheckFile("no/such/a.out", IOP_ASCII | IOP_BASENAME), 1);
+    EXPECT_EQ(iopCheckFile("no/such/a.out", IOP_ASCII), 0);
+    EXPECT_EQ(iopCheckFile("no\\such\\a.out", IOP_ASCII | IOP_BASENAME), 0);
+}
+
+TEST(iopFile, checkFileLooksForOneForm)
+{
+    testWrite("p.B", "");
+    testWrite("p.Z", "");
+    testWrite("q.H", "");
+    testWrite("q.C", "");
+    static const struct { const char *name; int opt, there; } rows[] = {
+        { "p",   IOP_BINARY,             1 }, { "p.Z", IOP_BINARY,        1 }, { "p",   IOP_BINARY | IOP_RAW, 0 },
+        { "p",   IOP_COMPRESSED,         1 }, { "p.B", IOP_COMPRESSED,    1 }, { "p",   IOP_HDF,              0 },
+        { "q",   IOP_HDF,                1 }, { "q",   IOP_HDF_CONTAINER, 1 }, { "q",   IOP_ASCII,            0 },
+        { "p.B", IOP_ASCII,              0 }, { "p",   IOP_BINARY | IOP_REC, 1 }, { "q", IOP_BINARY | IOP_REC, 0 },
+    };
+    for (const auto &row : rows) EXPECT_EQ(iopCheckFile(row.name, row.opt), row.there) << row.name << " " << row.opt;
+    EXPECT_EQ(testSlept(), 0);
+}
+
+TEST(iopFile, checkFileSaysNoForADirectoryAndChangesNothing)
+{
+    mkdir("dir", 0755);
+    testWrite("a", "old");
+    struct stat before, after;
+    stat("a", &before);
+    EXPECT_EQ(iopCheckFile("dir", IOP_ASCII), 0);
+    EXPECT_EQ(iopCheckFile("none", IOP_ASCII | IOP_WRITE), 0);
+    EXPECT_EQ(iopCheckFile("a", IOP_ASCII | IOP_WRITE), 1);
+    stat("a", &after);
+    EXPECT_FALSE(exists("none"));
+    EXPECT_EQ(testRead("a"), "old");
+    EXPECT_EQ(before.st_mtime, after.st_mtime);
+    EXPECT_TRUE(exists("dir"));
+}
+
+TEST(iopFile, formsOfLaterVersionsAreRefusedByName)
+{
+    static const struct { const char *name; int opt; const char *text; } rows[] = {
+        { "p.Z",   IOP_COMPRESSED,        "compressed files are not read by this version: <p.Z>"    },
+        { "p.H",   IOP_HDF,               "hdf files are not read by this version: <p.H>"           },
+        { "p.C",   IOP_HDF_CONTAINER,     "hdf-container files are not read by this version: <p.C>" },
+        { "p.ptc", IOP_BINARY | IOP_REC,  "record files are not read by this version: <p.ptc>"      },
+        { "host",  IOP_ASCII | IOP_SOCKET, "socket files are not read by this version: <host>"      },
+        { "host",  IOP_BINARY | IOP_RSH,  "remote shell files are not read by this version: <host>" },
+    };
+    for (const auto &row : rows) {
+        checkFails(row.text, iopNew(row.name, row.opt | IOP_READ));
+        checkFails(row.text, iopOpenFile(row.name, row.opt | IOP_READ));
+    }
+    EXPECT_EQ(testSlept(), 0);
+}
+
+TEST(iopFile, missingFileIsWaitedFor)
+{
+    static const struct { int opt; const char *text; } rows[] = {
+        { IOP_ASCII,            "unable to open ascii file <p>; No such file or directory"    },
+        { IOP_ASCII | IOP_RAW,  "unable to open ascii file <p>; No such file or directory"    },
+        { IOP_BINARY,           "unable to open binary file <p.B>; No such file or directory" },
+        { IOP_BINARY | IOP_RAW, "unable to open binary file <p>; No such file or directory"   },
+    };
+    int slept = 0;
+    for (const auto &row : rows) {
+        checkFails(row.text, iopOpenFile("p.B", row.opt | IOP_READ));
+        EXPECT_EQ(testSlept(), slept += 2);
+        checkFails(row.text, iopOpenFile("p.B", row.opt | IOP_READ | IOP_LONG_WAIT));
+        EXPECT_EQ(testSlept(), slept += 60);
+    }
+}
+
+TEST(iopFile, fileThatComesDuringTheWaitIsRead)
+{
+    testWhenSleeping([] { if (testSlept() == 2) testWrite("p", "77\n"); });
+    EXPECT_EQ(readOne("p", IOP_ASCII), 77);
+    EXPECT_EQ(testSlept(), 2);
+}
+
+TEST(iopFile, oneBudgetForOpenAndTag)
+{
+    testWhenSleeping([] { if (testSlept() == 1) testWrite("p.B", "QUEN"); });
+    checkFails("Invalid binary tag <QUEN>; in binary file <p> token <0> near <__NONE__>",
+               iopOpenFile("p", IOP_BINARY | IOP_READ));
+    EXPECT_EQ(testSlept(), 2);
+}
+
+TEST(iopFile, writingDoesNotWait)
+{
+    static const struct { int opt; const char *text; } rows[] = {
+        { IOP_ASCII,                          "unable to open ascii file <no/dir>; No such file or directory"    },
+        { IOP_ASCII | IOP_APPEND | IOP_RAW,   "unable to open ascii file <no/dir>; No such file or directory"    },
+        { IOP_BINARY | IOP_APPEND,            "unable to open binary file <no/dir.B>; No such file or directory" },
+        { IOP_BINARY | IOP_RAW,               "unable to open binary file <no/dir>; No such file or directory"   },
+    };
+    for (const auto &row : rows) checkFails(row.text, iopOpenFile("no/dir", row.opt | IOP_WRITE));
+    EXPECT_EQ(testSlept(), 0);
+}
+
+TEST(iopFile, onlyPlainFilesAreRead)
+{
+    mkdir("dir", 0755);
+    mkfifo("pipe", 0644);
+    checkFails("unable to open ascii file <dir>; Is a directory", iopOpenFile("dir", IOP_ASCII | IOP_READ));
+    checkFails("unable to open ascii file <pipe>; ", iopOpenFile("pipe", IOP_ASCII | IOP_READ));
+    EXPECT_EQ(iopCheckFile("pipe", IOP_ASCII), 0);
+}
+
+TEST(iopFile, writeModes)
+{
+    static const struct { int opt; const char *onDisk, *bytes; } rows[] = {
+        { IOP_ASCII | IOP_WRITE,                          "f",   "1 "                                      },
+        { IOP_ASCII | IOP_WRITE | IOP_APPEND,             "f",   "old 1 "                                  },
+        { IOP_ASCII | IOP_WRITE | IOP_RAW,                "f",   "1 "                                      },
+        { IOP_BINARY | IOP_WRITE,                         "f.B", "QUENTA 1.0 2 4 6 8\n\x01#"                },
+        { IOP_BINARY | IOP_WRITE | IOP_APPEND,            "f.B", "old \x01#"                                },
+        { IOP_BINARY | IOP_WRITE | IOP_RAW,               "f",   "\x01#"                                    },
+        { IOP_BINARY | IOP_WRITE | IOP_RAW | IOP_APPEND,  "f",   "old \x01#"                                },
+    };
+    for (const auto &row : rows) {
+        testWrite(row.onDisk, "old ");
+        int one = 1;
+        iopHd *fh = iopOpenFile("f", row.opt);
+        iopPutIntF(fh, &one, 1, 1, 0);
+        iopCloseFile(fh);
+        std::string bytes = row.bytes;
+        if (bytes.back() == '#') bytes.replace(bytes.size() - 1, 1, std::string(3, '\0'));
+        EXPECT_EQ(testRead(row.onDisk), bytes) << std::hex << row.opt;
+    }
+}
+
+TEST(iopFile, tagIsOnDiskAtOnceWithTheVersion)
+{
+    sysSetVersion("2021.1");
+    iopHd *fh = iopOpenFile("f", IOP_BINARY | IOP_WRITE);
+    EXPECT_EQ(testRead("f.B"), "QUENTA 2021.1 2 4 6 8\n");
+    iopCloseFile(fh);
+    sysSetVersion("1.0");
+}
+
+TEST(iopFile, readWinsOverWrite)
+{
+    testWrite("f", "41\n");
+    iopHd *fh = iopOpenFile("f", IOP_ASCII | IOP_READ | IOP_WRITE);
+    int value = 0;
+    iopGetIntF(fh, &value, 1);
+    EXPECT_EQ(value, 41);
+    checkFails("unable to write <1> integers in ascii file <f> token <1> near <__NONE__>",
+               iopPutIntF(fh, &value, 1, 1, 0));
+    iopCloseFile(fh);
+    EXPECT_EQ(testRead("f"), "41\n");
+}
+
+TEST(iopFile, bufferOptionsShowWhatIsWritten)
+{
+    static const struct { int opt; const char *afterLine, *afterInt; } rows[] = {
+        { 0,               "",          ""            },
+        { IOP_LINE_BUFFER, "line 1\n",  "line 1\n"    },
+        { IOP_NO_BUFFER,   "line 1\n",  "line 1\n5 "  },
+    };
+    for (const auto &row : rows) {
+        int five = 5;
+        iopHd *fh = iopOpenFile("f", IOP_ASCII | IOP_WRITE | row.opt);
+        iopPrintLine(fh, "line %d", 1);
+        EXPECT_EQ(testRead("f"), row.afterLine);
+        iopPutIntF(fh, &five, 1, 1, 0);
+        EXPECT_EQ(testRead("f"), row.afterInt);
+        iopCloseFile(fh);
+        EXPECT_EQ(testRead("f"), "line 1\n5 ");
+        testWrite("g", "6\n");
+        EXPECT_EQ(readOne("g", IOP_ASCII | row.opt), 6);
+    }
+}
+
+TEST(iopFile, deletedAtClose)
+{
+    static const struct { int opt; const char *onDisk; } rows[] = {
+        { IOP_ASCII, "f" }, { IOP_ASCII | IOP_RAW, "f" }, { IOP_BINARY, "f.B" }, { IOP_BINARY | IOP_RAW, "f" },
+    };
+    for (const auto &row : rows) {
+        testWrite("f", "f");
+        testWrite("f.B", "QUENTA 1 2 4 6 8\n");
+        iopHd *fh = iopOpenFile("f", row.opt | IOP_READ | IOP_DELETE);
+        EXPECT_TRUE(exists(row.onDisk));
+        iopCloseFile(fh);
+        EXPECT_FALSE(exists(row.onDisk)) << std::hex << row.opt;
+        EXPECT_TRUE(exists(row.onDisk == std::string("f") ? "f.B" : "f"));
+    }
+}
+
+TEST(iopFile, closedHandleIsUsedAgain)
+{
+    testWrite("a", "key 12\n");
+    iopHd *fh = iopOpenFile("a", IOP_ASCII | IOP_READ);
+    iopHd *other = iopOpenFile("a", IOP_ASCII | IOP_READ);
+    EXPECT_NE(fh, other);
+    char text[SYS_TEXT];
+    iopGetStrF(fh, text);
+    fh->nDataSets = 3;
+    fh->fileInt = CVT_INT_BE;
+    const char *fileName = fh->fileName, *lastToken = fh->lastToken;
+    iopCloseFile(fh);
+    EXPECT_EQ(fh->opt, 0);
+    iopHd *again = iopNew("b.B", IOP_BINARY | IOP_WRITE);
+    EXPECT_EQ(again, fh);
+    EXPECT_EQ(again->fileName, fileName);
+    EXPECT_EQ(again->lastToken, lastToken);
+    EXPECT_STREQ(again->fileName, "b");
+    EXPECT_STREQ(again->lastToken, "__NONE__");
+    EXPECT_EQ(again->fp, nullptr);
+    EXPECT_EQ(again->sock, nullptr);
+    EXPECT_EQ(again->opt, IOP_BINARY | IOP_WRITE);
+    EXPECT_EQ(again->nTokens, 0);
+    EXPECT_EQ(again->nDataSets, 0);
+    EXPECT_EQ(again->nativeInt, 2);
+    EXPECT_EQ(again->nativeReal, 6);
+    EXPECT_EQ(again->nativeFloat, 4);
+    EXPECT_EQ(again->fileInt, 2);
+    EXPECT_EQ(again->fileReal, 6);
+    EXPECT_EQ(again->fileFloat, 4);
+    EXPECT_EQ(again->hdfFile, -1);
+    EXPECT_EQ(again->hdfFiles, -1);
+    EXPECT_EQ(again->hdfData, -1);
+    iopCloseFile(again);
+    iopCloseFile(other);
+}
+
+TEST(iopFile, failedOpenGivesItsHandleBack)
+{
+    testWrite("a", "1\n");
+    testWrite("t.B", "no tag\n");
+    iopHd *fh = iopOpenFile("a", IOP_ASCII | IOP_READ);
+    iopCloseFile(fh);
+    for (int i = 0; i < 5000; ++i)                      /* more than a process may have open */
+        checkFails("Invalid binary tag <no tag>; ", iopOpenFile("t", IOP_BINARY | IOP_READ));
+    checkFails("unable to open ascii file", iopOpenFile("none", IOP_ASCII | IOP_READ));
+    iopHd *again = iopOpenFile("a", IOP_ASCII | IOP_READ);
+    EXPECT_EQ(again, fh);
+    iopCloseFile(again);
+}
+
+TEST(iopFile, aClosedHandleIsRefused)
+{
+    testWrite("a", "1 2\n");
+    iopHd *fh = iopOpenFile("a", IOP_ASCII | IOP_READ);
+    iopCloseFile(fh);
+    int value;
+    checkFails("file <a> is not open", iopCloseFile(fh));
+    checkFails("file <a> is not for reading", iopGetIntF(fh, &value, 1));
+    checkFails("file <a> is not for writing", iopPutIntF(fh, &value, 1, 1, 0));
+}
+
+TEST(iopFile, handleWithoutAStream)
+{
+    static const int forms[] = { IOP_ASCII, IOP_BINARY };
+    for (int form : forms) {
+        iopHd *fh = iopNew("n", form | IOP_READ | IOP_WRITE);
+        int value = 0;
+        char text[SYS_TEXT];
+        checkFails("EOF in ", iopGetIntF(fh, &value, 1));
+        checkFails("EOF in ", iopGetBinInts(fh, &value, 1));
+        checkFails("EOF in ", iopGetStrF(fh, text));
+        EXPECT_EQ(iopGetIfStr(fh, text), 0);
+        checkFails("EOF in ", iopNeed(fh, 1, 'i'));
+        checkFails(form == IOP_BINARY ? "fseek error in binary file <n> token <0> near <__NONE__>" : "EOF in ",
+                   iopGetRealDsp(fh, 1));
+        checkFails("unable to write <1> integers in ", iopPutIntF(fh, &value, 1, 1, 0));
+        checkFails("unable to write <1> integers in ", iopPutBinInts(fh, &value, 1));
+        checkFails("Unable to set location <5> <in ", iopSetLoc(fh, 5));
+        EXPECT_EQ(iopGetLoc(fh), 0);
+        iopRewind(fh);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopFile, infoTellsHowFarAFileWasRead)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("nNodes").i(2).s("crd").write();
+        iopHd *fh = openTokens(form);
+        const std::string head = std::string("in ") + (form.binary ? "binary" : "ascii") + " file <" + form.file;
+        EXPECT_EQ(iopFileInfo(fh), head + "> token <0> near <__NONE__>");
+        int n;
+        iopGetKeyInt(fh, "nNodes", &n);
+        EXPECT_EQ(iopFileInfo(fh), head + "> token <2> near <nNodes>");
+        iopCheckStr(fh, "crd");
+        EXPECT_EQ(iopFileInfo(fh), head + "> token <3> near <crd>");
+        const char *text = iopFileInfo(fh);
+        iopCloseFile(fh);
+        EXPECT_EQ(iopFileInfo(fh), text);
+        EXPECT_EQ(text, head + "> token <3> near <crd>");
+    }
+}
+
+TEST(iopFile, infoNamesEachForm)
+{
+    static const struct { int form; const char *text; } rows[] = {
+        { IOP_COMPRESSED,    "in compressed file <f> token <0> near <__NONE__>"    },
+        { IOP_HDF,           "in hdf file <f> token <0> near <__NONE__>"           },
+        { IOP_HDF_CONTAINER, "in hdf-container file <f> token <0> near <__NONE__>" },
+    };
+    iopHd *fh = iopNew("f", IOP_ASCII | IOP_READ);
+    for (const auto &row : rows) {
+        fh->opt = row.form | IOP_READ;
+        EXPECT_STREQ(iopFileInfo(fh), row.text);
+    }
+    iopCloseFile(fh);
+}
+
+TEST(iopFile, infoIsBounded)
+{
+    const std::string name = std::string(1000, 'n'), word(8000, 'w');
+    testWrite("f", word + "\n");
+    iopHd *fh = iopOpenFile("f", IOP_ASCII | IOP_READ);
+    char text[SYS_TEXT];
+    iopGetStrF(fh, text);
+    EXPECT_EQ(text, word);
+    EXPECT_EQ(iopFileInfo(fh), "in ascii file <f> token <1> near <" + word.substr(0, 1023) + ">");
+    iopCloseFile(fh);
+}
+
+TEST(iopFile, rewindGoesBackBehindTheTag)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("a").i(5).s("b").write();
+        iopHd *fh = openTokens(form);
+        EXPECT_EQ(fh->dataStart, (int64_t) strlen(form.tag));
+        int value = 0;
+        char text[SYS_TEXT];
+        iopGetKeyInt(fh, "a", &value);
+        iopGetStrF(fh, text);
+        EXPECT_EQ(iopGetIfStr(fh, text), 0);
+        fh->nDataSets = 4;
+        iopRewind(fh);
+        EXPECT_EQ(fh->nTokens, 0);
+        EXPECT_EQ(fh->nDataSets, 0);
+        EXPECT_STREQ(fh->lastToken, "__NONE__");
+        EXPECT_EQ(iopGetLoc(fh), fh->dataStart);
+        value = 0;
+        iopGetKeyInt(fh, "a", &value);
+        EXPECT_EQ(value, 5);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopFile, sizeAndTime)
+{
+    testWrite("a", "12345");
+    struct stat st;
+    stat("a", &st);
+    EXPECT_EQ(iopFileSize("a"), 5);
+    EXPECT_EQ(iopFileTime("a"), (int) st.st_mtime);
+    EXPECT_EQ(iopFileSize("none"), 0);
+    EXPECT_EQ(iopFileTime("none"), 0);
+}

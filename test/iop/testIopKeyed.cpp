@@ -1,0 +1,371 @@
+/* testIopKeyed.cpp: keyed items: scalars, tables, parts of tables, scattered rows, optional items. */
+
+#include <climits>
+
+#include "iop/iopInt.h"
+#include "test/iop/tokenBytes.h"
+
+typedef std::vector<int>    Ints;
+typedef std::vector<double> Reals;
+
+/* The end of a message that a form's file carries. */
+static std::string info(const TokenForm &form, int token, const char *near)
+{
+    return std::string("in ") + (form.binary ? "binary" : "ascii") + " file <" + form.file + "> token <" +
+           std::to_string(token) + "> near <" + near + ">";
+}
+
+TEST(iopKeyed, scalarsAndTables)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("name").s("duct").s("nNodes").i(7).s("time").r(0.125)
+            .table("cnn", 2, 3).i(1).i(2).i(3).i(4).i(5).i(6).table("crd", 3, 1).r(0.1).r(0.2).r(0.3)
+            .table("none", 4, 0).table("none", 0, 4).s("end").write();
+        iopHd *fh = openTokens(form);
+        char text[SYS_TEXT];
+        int n;
+        double time;
+        Ints cnn(6);
+        Reals crd(3);
+        iopGetKeyStr(fh, "name", text);
+        iopGetKeyInt(fh, "nNodes", &n);
+        iopGetKeyReal(fh, "time", &time);
+        iopGetKeyInts(fh, "cnn", 2, 3, cnn.data());
+        iopGetKeyReals(fh, "crd", 3, 1, crd.data());
+        iopGetKeyInts(fh, "none", 4, 0, nullptr);
+        iopGetKeyReals(fh, "none", 0, 4, nullptr);
+        iopCheckStr(fh, "end");
+        EXPECT_STREQ(text, "duct");
+        EXPECT_EQ(n, 7);
+        EXPECT_EQ(time, 0.125);
+        EXPECT_EQ(cnn, (Ints{ 1, 2, 3, 4, 5, 6 }));
+        EXPECT_EQ(crd, (Reals{ 0.1, 0.2, 0.3 }));
+        EXPECT_EQ(fh->nTokens, 6 + 9 + 6 + 3 + 3 + 1);
+        EXPECT_EQ(testSlept(), 0);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopKeyed, tableOfOtherSizesFails)
+{
+    forEachForm(form) {
+        TokenBytes(form).table("crd", 3, 2).r(1).write();
+        double v[6];
+        iopHd *fh = openTokens(form);
+        checkFails("data out of order: expected <2> found <3> " + info(form, 2, "crd"),
+                   iopGetKeyReals(fh, "crd", 2, 3, v));
+        iopRewind(fh);
+        checkFails("data out of order: expected <4> found <2> " + info(form, 3, "crd"),
+                   iopGetKeyReals(fh, "crd", 3, 4, v));
+        iopRewind(fh);
+        checkFails("data out of order: expected <cnn> found <crd> " + info(form, 1, "crd"),
+                   iopGetKeyReals(fh, "cnn", 3, 2, v));
+        iopCloseFile(fh);
+    }
+}
+
+/* ---- optional items ---- */
+
+TEST(iopKeyed, optionalItemsThatAreThere)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("name").s("duct").s("n").i(7).s("t").r(0.5).table("ids", 1, 2).i(8).i(9)
+            .table("old", 2, 1).r(1).r(2).s("end").write();
+        iopHd *fh = openTokens(form);
+        char text[SYS_TEXT];
+        int n = 0;
+        double t = 0;
+        Ints ids(2);
+        iopGetOptKeyStr(fh, "name", text);
+        iopGetOptKeyInt(fh, "n", &n);
+        iopGetOptKeyReal(fh, "t", &t);
+        iopGetOptKeyInts(fh, "ids", 1, 2, ids.data());
+        iopSkipRealsIf(fh, "old");
+        iopCheckStr(fh, "end");
+        EXPECT_STREQ(text, "duct");
+        EXPECT_EQ(n, 7);
+        EXPECT_EQ(t, 0.5);
+        EXPECT_EQ(ids, (Ints{ 8, 9 }));
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopKeyed, optionalItemThatIsNotThereLeavesAllAsItWas)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("first").i(1).s("here").i(5).write();
+        iopHd *fh = openTokens(form);
+        char text[SYS_TEXT] = "kept";
+        int n = -1, ids[2] = { -1, -1 };
+        double t = -1;
+        iopGetKeyInt(fh, "first", &n);
+        const int64_t loc = iopGetLoc(fh);
+        n = -1;
+        iopGetOptKeyStr(fh, "name", text);
+        iopGetOptKeyInt(fh, "n", &n);
+        iopGetOptKeyReal(fh, "t", &t);
+        iopGetOptKeyInts(fh, "ids", 1, 2, ids);
+        iopSkipRealsIf(fh, "old");
+        EXPECT_STREQ(text, "kept");
+        EXPECT_EQ(n, -1);
+        EXPECT_EQ(t, -1);
+        EXPECT_EQ(ids[0] + ids[1], -2);
+        EXPECT_EQ(iopGetLoc(fh), loc);
+        EXPECT_EQ(iopFileInfo(fh), info(form, 2, "here"));
+        iopGetKeyInt(fh, "here", &n);
+        EXPECT_EQ(n, 5);
+        iopGetOptKeyInt(fh, "n", &n);                       /* the end of the data is no failure */
+        iopGetOptKeyInts(fh, "ids", 1, 2, ids);
+        iopSkipRealsIf(fh, "old");
+        EXPECT_EQ(n, 5);
+        EXPECT_EQ(testSlept(), 0);
+        iopCloseFile(fh);
+    }
+}
+
+/* ---- skips and parts ---- */
+
+TEST(iopKeyed, skippedTables)
+{
+    forEachForm(form) {
+        TokenBytes all(form);
+        all.table("a", 2, 5000);
+        for (int i = 0; i < 10000; ++i) all.i(i);
+        all.table("b", 3, 4000);
+        for (int i = 0; i < 12000; ++i) all.r(i);
+        all.table("c", 0, 7).table("d", 7, 0).s("end").write();
+        iopHd *fh = openTokens(form);
+        iopSkipInts(fh, "a");
+        iopSkipReals(fh, "b");
+        iopSkipReals(fh, "c");
+        iopSkipInts(fh, "d");
+        iopCheckStr(fh, "end");
+        EXPECT_EQ(fh->nTokens, 10000 + 12000 + 4 * 3 + 1);
+        EXPECT_EQ(testSlept(), 0);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopKeyed, partsOfTables)
+{
+    static const struct { int first, last; } rows[] = { { 0, 1 }, { 0, 5 }, { 1, 3 }, { 4, 5 }, { 2, 5 } };
+    forEachForm(form) {
+        TokenBytes all(form);
+        all.table("a", 2, 5);
+        for (int i = 0; i < 10; ++i) all.i(i);
+        all.table("b", 2, 5);
+        for (int i = 0; i < 10; ++i) all.r(i + 0.5);
+        all.s("end").write();
+        for (const auto &row : rows) {
+            iopHd *fh = openTokens(form);
+            const int n = 2 * (row.last - row.first);
+            Ints ints(11, -1), wantedInts(11, -1);
+            Reals reals(11, -1), wantedReals(11, -1);
+            for (int i = 0; i < n; ++i) wantedReals[i] = 0.5 + (wantedInts[i] = 2 * row.first + i);
+            iopReadSubInts(fh, "a", 2, 5, row.first, row.last, ints.data());
+            iopReadSubReals(fh, "b", 2, 5, row.first, row.last, reals.data());
+            iopCheckStr(fh, "end");
+            EXPECT_EQ(ints, wantedInts);
+            EXPECT_EQ(reals, wantedReals);
+            iopCloseFile(fh);
+        }
+    }
+}
+
+TEST(iopKeyed, inappropriateParts)
+{
+    static const struct { int first, last; const char *text; } rows[] = {
+        { 2, 2,       "Inappropriate sub index range <2>-<2> for dim2 <5>"          },
+        { -1, 2,      "Inappropriate sub index range <-1>-<2> for dim2 <5>"         },
+        { 3, 2,       "Inappropriate sub index range <3>-<2> for dim2 <5>"          },
+        { 4, 6,       "Inappropriate sub index range <4>-<6> for dim2 <5>"          },
+        { 0, INT_MAX, "Inappropriate sub index range <0>-<2147483647> for dim2 <5>" },
+    };
+    forEachForm(form) {
+        TokenBytes(form).table("a", 2, 5).write();
+        iopHd *fh = openTokens(form);
+        for (const auto &row : rows) {
+            iopRewind(fh);
+            checkFails(row.text, iopReadSubInts(fh, "a", 2, 5, row.first, row.last, nullptr));
+            iopRewind(fh);
+            checkFails(row.text, iopReadSubReals(fh, "a", 2, 5, row.first, row.last, nullptr));
+        }
+        iopRewind(fh);
+        checkFails("data out of order: expected <3> found <2> ", iopReadSubReals(fh, "a", 3, 5, 0, 1, nullptr));
+        iopCloseFile(fh);
+    }
+}
+
+/* ---- scattered rows ---- */
+
+static void checkScatter(const TokenForm &form, int n, int m, const int *idx, int nDest)
+{
+    TokenBytes all(form);
+    all.table("v", n, m);
+    Reals wanted((size_t) nDest * n, -1), dest = wanted;
+    for (int i = 0; i < m; ++i) {
+        for (int k = 0; k < n; ++k) {
+            all.r(i + k / 8.0);
+            wanted[(size_t) (idx ? idx[i] : i) * n + k] = i + k / 8.0;
+        }
+    }
+    all.s("end").write();
+    iopHd *fh = openTokens(form);
+    iopGetRealsIndexed(fh, "v", n, m, idx, dest.data());
+    iopCheckStr(fh, "end");
+    EXPECT_EQ(fh->nTokens, n * m + 4);
+    EXPECT_TRUE(dest == wanted) << "n " << n << " m " << m;
+    iopCloseFile(fh);
+}
+
+TEST(iopKeyed, scatteredRows)
+{
+    const int few[] = { 6, 0, 3, 3, 2 }, run[] = { 2, 3, 4, 5, 6 }, back[] = { 4, 3, 2, 1, 0 };
+    forEachForm(form) {
+        for (int n : { 1, 2, 3, 9 })
+            for (const int *idx : { few, run, back, (const int *) nullptr }) checkScatter(form, n, 5, idx, 7);
+        checkScatter(form, 3, 1, few, 7);
+        checkScatter(form, 3, 0, few, 1);
+        checkScatter(form, 0, 3, few, 1);
+    }
+}
+
+TEST(iopKeyed, scatteredRowsInManyPieces)
+{
+    forEachForm(form) {
+        static const struct { int n, m; } rows[] = { { 1, 300000 }, { 3, 60000 }, { 70000, 4 }, { 140000, 3 } };
+        for (const auto &row : rows) {
+            Ints idx;
+            for (int i = 0; i < row.m; ++i) idx.push_back((int) ((i * 7919LL + 3) % row.m));
+            checkScatter(form, row.n, row.m, idx.data(), row.m);
+        }
+    }
+}
+
+TEST(iopKeyed, scatteredRowsOfOtherSizes)
+{
+    forEachForm(form) {
+        TokenBytes(form).table("v", 3, 2).r(1).r(2).r(3).r(4).write();
+        const int idx[] = { 5, 1 };
+        Reals dest(18, -1);
+        iopHd *fh = openTokens(form);
+        checkFails("data out of order: expected <1> found <3> ", iopGetRealsIndexed(fh, "v", 1, 2, idx, dest.data()));
+        iopRewind(fh);
+        checkFails("data out of order: expected <6> found <2> ", iopGetRealsIndexed(fh, "v", 3, 6, idx, dest.data()));
+        EXPECT_EQ(dest, Reals(18, -1));
+        iopRewind(fh);
+        checkFails("EOF in ", iopGetRealsIndexed(fh, "v", 3, 2, idx, dest.data()));
+        iopCloseFile(fh);
+    }
+}
+
+/* ---- absurd sizes ---- */
+
+TEST(iopKeyed, absurdCounts)
+{
+    forEachForm(form) {
+        TokenBytes(form).i(1).i(2).write();
+        iopHd *fh = openTokens(form);
+        static int ints[4];
+        static double reals[4];
+        static float floats[4];
+        const int most = INT_MAX;
+        checkFails("invalid count <-1>; " + info(form, 0, "__NONE__"), iopGetIntF(fh, ints, -1));
+        checkFails("invalid count <-1>; in ", iopGetRealF(fh, reals, -1));
+        checkFails("invalid count <-2147483648>; in ", iopGetFloatF(fh, floats, INT_MIN));
+        checkFails("invalid count <-1>; in ", iopGetBinInts(fh, ints, -1));
+        checkFails("invalid count <-1>; in ", iopGetBinReals(fh, reals, -1));
+        checkFails("invalid count <-1>; in ", iopGetIntDsp(fh, -1));
+        checkFails("invalid count <-1>; in ", iopGetRealDsp(fh, -1));
+        checkFails("invalid count <-1>; in ", iopGetFloatDsp(fh, -1));
+        if (!form.binary) {
+            checkFails("EOF in ", iopGetIntDsp(fh, most));
+            iopRewind(fh);
+            checkFails("EOF in ", iopGetRealDsp(fh, most));
+        } else {
+            checkReturns(iopGetRealDsp(fh, most); iopGetFloatDsp(fh, most));        /* a seek knows no end */
+            EXPECT_EQ(fh->nTokens, most);
+            EXPECT_EQ(iopGetLoc(fh), (int64_t) strlen(form.tag) + 12 * (int64_t) most);
+            checkFails("EOF in ", iopGetIntF(fh, ints, 1));
+            checkFails("EOF in ", iopNeed(fh, 1, 'i'));
+        }
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopKeyed, absurdTablesInAFile)
+{
+    static const struct { int nCols, nRows; const char *text; } rows[] = {
+        { -1, 5,               "invalid table of <-1> x <5> values; in "          },
+        { 5, -1,               "invalid table of <5> x <-1> values; in "          },
+        { -1, -1,              "invalid table of <-1> x <-1> values; in "         },
+        { INT_MIN, INT_MIN,    "invalid table of <-2147483648> x <-2147483648> values; in " },
+        { INT_MAX, INT_MAX,    "EOF in " },
+        { 65536, 65536,        "EOF in " },             /* 0 in 32 bits */
+        { 3, 1431655766,       "EOF in " },             /* 2 in 32 bits */
+        { INT_MAX, 1,          "EOF in " },
+        { 4, 1,                "EOF in " },
+    };
+    forEachForm(form) {
+        for (const auto &row : rows) {
+            TokenBytes(form).table("v", row.nCols, row.nRows).i(1).i(2).write();
+            iopHd *fh = openTokens(form);
+            checkFails(row.text, iopSkipInts(fh, "v"));
+            iopRewind(fh);
+            checkFails(row.text, iopSkipReals(fh, "v"));
+            iopRewind(fh);
+            checkFails(row.text, iopSkipRealsIf(fh, "v"));
+            iopCloseFile(fh);
+        }
+    }
+}
+
+TEST(iopKeyed, absurdTablesThatCallerAndFileAgreeOn)
+{
+    static const struct { int n1, n2; } rows[] = {
+        { -1, 5 }, { 5, -1 }, { -1, -1 }, { INT_MAX, INT_MAX }, { 65536, 65536 }, { 3, 1431655766 }, { INT_MIN, 2 },
+    };
+    forEachForm(form) {
+        for (const auto &row : rows) {
+            TokenBytes(form).table("v", row.n1, row.n2).i(1).i(2).write();
+            const std::string text = "invalid table of <" + std::to_string(row.n1) + "> x <" + std::to_string(row.n2) +
+                                     "> values; " + info(form, 3, "v");
+            static int ints[4];
+            static double reals[4];
+            const int idx[] = { 1, 0 };
+            iopHd *fh = openTokens(form);
+            checkFails(text, iopGetKeyInts(fh, "v", row.n1, row.n2, ints));
+            iopRewind(fh);
+            checkFails(text, iopGetKeyReals(fh, "v", row.n1, row.n2, reals));
+            iopRewind(fh);
+            checkFails(text, iopGetOptKeyInts(fh, "v", row.n1, row.n2, ints));
+            iopRewind(fh);
+            checkFails(text, iopGetRealsIndexed(fh, "v", row.n1, row.n2, idx, reals));
+            iopCloseFile(fh);
+        }
+    }
+}
+
+TEST(iopKeyed, absurdPartsOfTables)
+{
+    static const struct { int n1, n2, first, last; const char *text; } rows[] = {
+        { -1, 5, 0, 2,                         "invalid table of <-1> x <2> values; in "          },
+        { 5, -1, 0, 2,                         "Inappropriate sub index range <0>-<2> for dim2 <-1>" },
+        { INT_MAX, INT_MAX, 0, INT_MAX,        "invalid table of <2147483647> x <2147483647> values; in " },
+        { INT_MAX, INT_MAX, INT_MAX - 1, INT_MAX, "EOF in "                                       },
+        { 1, INT_MAX, 0, 1,                    "EOF in "                                          },
+        { 65536, 65536, 65535, 65536,          "EOF in "                                          },
+    };
+    forEachForm(form) {
+        for (const auto &row : rows) {
+            TokenBytes(form).table("v", row.n1, row.n2).i(1).i(2).write();
+            static int ints[4];
+            static double reals[4];
+            iopHd *fh = openTokens(form);
+            checkFails(row.text, iopReadSubInts(fh, "v", row.n1, row.n2, row.first, row.last, ints));
+            iopRewind(fh);
+            checkFails(row.text, iopReadSubReals(fh, "v", row.n1, row.n2, row.first, row.last, reals));
+            iopCloseFile(fh);
+        }
+    }
+}
