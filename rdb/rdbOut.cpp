@@ -1,0 +1,445 @@
+/* rdbOut.cpp: the values of the output families on the run's nodes, and their nine getters.
+ *
+ * A step's values lie in one file per subdomain, or in one merged file that holds the parts of all subdomains one
+ * behind the other. A part is a header and then one array per variable, in the order of the family's table; its rows
+ * go to the nodes that the decomposition lists for it. To get at an array, all keys before it must be stepped over,
+ * and each must be there.
+ *
+ * Clients ask for several arrays of one step in a row. So the run keeps the files of the step that was read last: the
+ * handles, up to a number, and for each part the locations of the keys that have been met. The next array is read
+ * from the nearest of them. This must not be seen but by speed: a file that is no longer the one that was opened is
+ * opened anew and walked from its start, another step drops all, and so does the end of the run.
+ *
+ * A read may be left by a jump at any place. It marks the record as busy, and one that is found busy is dropped.
+ *
+ * In this file: the files kept, files and parts of a step, values, times, the getters. */
+
+#include "rdb/rdbInt.h"
+
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <time.h>
+
+/* Which file it was: its place, its size and its last change */
+typedef struct fileId {
+    dev_t           dev;
+    ino_t           ino;
+    off_t           size;
+    struct timespec changed;
+} fileId;
+
+typedef struct stepFile {
+    iopHd  *fh;                   /* null: not open                                              */
+    int     opt;                  /* form; 0: not listed                                         */
+    int     known;                /* `id` tells the file that the locations of its parts are of  */
+    fileId  id;
+    int64_t at;                   /* where fh stands                                             */
+} stepFile;
+
+typedef struct stepPart {
+    int64_t start;                /* of the header; -1: not known                                */
+    int64_t end;                  /* merged: behind the last array; -1: not known                */
+    int     nLocs;                /* keys met so far, and one behind                             */
+    int64_t *locs;                /* where the family's key k stands, or would                   */
+    int     first;                /* the part's nodes are first, first + 1, ...; -1: they are not */
+} stepPart;
+
+struct rdbStepFiles {
+    const rdbOutFam *fam;
+    int       step, merged;
+    int       busy;               /* being made or read, or left by a jump out of that           */
+    int       nFiles, nParts;     /* nFiles: 1 if merged                                         */
+    int       nKept;              /* files kept open; of others only the locations stay          */
+    stepFile *files;
+    stepPart *parts;
+    int64_t  *locs;               /* of all parts                                                */
+    char      base[SYS_TEXT];
+};
+
+/* ------------------------------------------------------------------------------------------------ the files kept */
+
+static void closeFile(stepFile *file)
+{
+    iopHd *fh = file->fh;
+    file->fh = NULL;
+    if (fh) iopCloseFile(fh);
+}
+
+static void forgetPart(stepPart *part)
+{
+    part->start = part->end = -1;
+    part->nLocs = 0;
+}
+
+/* Nothing is known of a file and its parts any more */
+static void forgetFile(rdbStepFiles *st, int f)
+{
+    closeFile(&st->files[f]);
+    st->files[f].known = 0;
+    for (int p = st->merged ? 0 : f; p < (st->merged ? st->nParts : f + 1); ++p) forgetPart(&st->parts[p]);
+}
+
+static void dropStep(runHd *run)
+{
+    rdbStepFiles *st = run->stepFiles;
+    if (!st) return;
+    for (int f = 0; st->files && f < st->nFiles; ++f) closeFile(&st->files[f]);
+    memFree(st->files);
+    memFree(st->parts);
+    memFree(st->locs);
+    memFree(run->stepFiles);
+}
+
+void rdbDropStepFiles(runHd *run)
+{
+    dropStep(run);
+    iopHd *fh = run->reading;
+    run->reading = NULL;
+    if (fh) iopCloseFile(fh);
+    rdbDropOutInfo(&run->outNew);
+    memFree(run->idBuf);
+}
+
+/* The first of a list of consecutive nodes, or -1: such a part needs no map, its rows are read as they lie */
+static int firstOf(const int *nodes, int n)
+{
+    for (int i = 1; i < n; ++i)
+        if (nodes[i] != nodes[0] + i) return -1;
+    return n > 0 ? nodes[0] : 0;
+}
+
+/* How many files to keep open: a small share of what the process may have open in all */
+static int nToKeep(void)
+{
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 8;
+    return limit.rlim_cur > 64 * 8 ? 64 : (int) limit.rlim_cur / 8;
+}
+
+static rdbStepFiles *newStep(rdbHd *hd, const rdbOutFam *fam, int step, int merged)
+{
+    runHd        *run = hd->run;
+    rdbStepFiles *st = run->stepFiles = memNewZ(rdbStepFiles, 1);
+    const int     nKeys = fam->nVars + 1;
+    st->busy = 1;
+    st->fam = fam;
+    st->step = step;
+    st->merged = merged;
+    st->nParts = run->nSds > 0 ? run->nSds : 0;
+    st->nFiles = merged ? 1 : st->nParts;
+    st->nKept = nToKeep();
+    st->files = memNewZ(stepFile, st->nFiles);
+    st->parts = memNewZ(stepPart, st->nParts);
+    st->locs = memNew(int64_t, (int64_t) st->nParts * nKeys);
+    rdbOutBase(hd, step, st->base);
+    for (int p = 0; p < st->nParts; ++p) {
+        st->parts[p].locs = st->locs + (int64_t) p * nKeys;
+        st->parts[p].first = firstOf(run->sdNodes[p], run->sdNNodes[p]);
+        forgetPart(&st->parts[p]);
+    }
+    st->busy = 0;
+    return st;
+}
+
+/* The step's record: the one at hand if it is this step's, else a new one */
+static rdbStepFiles *takeStep(rdbHd *hd, const rdbOutFam *fam, int step, int merged)
+{
+    rdbStepFiles *st = hd->run->stepFiles;
+    if (st && !st->busy && st->fam == fam && st->step == step && st->merged == merged) return st;
+    dropStep(hd->run);
+    return newStep(hd, fam, step, merged);
+}
+
+/* ----------------------------------------------------------------------------------------- the files of a step */
+
+/* "p.1_20_3.out", without the form's suffix */
+static void partName(const rdbStepFiles *st, int f, char *name)
+{
+    if (st->merged) rdbFormat(name, "%sx.%s", st->base, st->fam->ext);
+    else rdbFormat(name, "%s%d.%s", st->base, f, st->fam->ext);
+}
+
+static void partPath(rdbHd *hd, const rdbStepFiles *st, int f, char *path)
+{
+    char name[SYS_TEXT];
+    partName(st, f, name);
+    rdbFormat(path, "%s/%s", hd->dir, name);
+}
+
+/* Looks all files up in the list; 1 if none is missing */
+static int listFiles(rdbHd *hd, rdbStepFiles *st)
+{
+    int all = 1;
+    for (int f = 0; f < st->nFiles; ++f) {
+        char name[SYS_TEXT];
+        partName(st, f, name);
+        const int opt = rdbFindFile(hd, name);
+        if (opt != st->files[f].opt) forgetFile(st, f);
+        st->files[f].opt = opt;
+        all = all && opt;
+    }
+    return all;
+}
+
+static int lookAt(const char *path, int opt, fileId *id)
+{
+    char        name[SYS_TEXT];
+    struct stat st;
+    rdbFormat(name, "%s%s", path, rdbFormSuffix(opt));
+    memset(id, 0, sizeof *id);
+    if (stat(name, &st) != 0) return 0;
+    id->dev = st.st_dev;
+    id->ino = st.st_ino;
+    id->size = st.st_size;
+    id->changed = st.st_mtim;
+    return 1;
+}
+
+static int sameId(const fileId *a, const fileId *b)
+{
+    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && a->changed.tv_sec == b->changed.tv_sec &&
+           a->changed.tv_nsec == b->changed.tv_nsec;
+}
+
+/* The time of the last change tells one change from the next only after a while: a tenth of a second, or two where
+   the file system counts whole seconds. Until then a file could change again unseen. */
+static int isSettled(const fileId *id)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const double age = (double) (now.tv_sec - id->changed.tv_sec) + 1e-9 * (double) (now.tv_nsec - id->changed.tv_nsec);
+    return age > (id->changed.tv_nsec ? 0.1 : 2.0);
+}
+
+/* Opens file f of the step, unless it is open and still the same. What is looked at before the open is at worst an
+   older state than the one that is read, which shows at the next look. Compressed files are not kept: going back in
+   one means to decode it again or to hold all of it. */
+static stepFile *openFile(rdbHd *hd, rdbStepFiles *st, int f)
+{
+    stepFile *file = &st->files[f];
+    char      path[SYS_TEXT];
+    fileId    id;
+    partPath(hd, st, f, path);
+    const int there = lookAt(path, file->opt, &id);
+    if (!there || !file->known || !sameId(&id, &file->id)) forgetFile(st, f);
+    if (file->fh) return file;
+
+    const int isNew = !file->known;
+    file->fh = rdbOpenReadFile(hd, path, file->opt);
+    file->at = iopGetLoc(file->fh);
+    if (isNew) {
+        file->id = id;
+        file->known = there && isSettled(&id) && !(file->opt & IOP_COMPRESSED);
+        st->parts[f].start = file->at;
+    }
+    return file;
+}
+
+/* After a read: what may not be kept is closed */
+static void releaseFile(rdbStepFiles *st, int f)
+{
+    if (!st->files[f].known) forgetFile(st, f);
+    else if (f >= st->nKept) closeFile(&st->files[f]);
+}
+
+/* ------------------------------------------------------------------------------------------------------ one part */
+
+static void goTo(stepFile *file, int64_t loc)
+{
+    if (file->at != loc) iopSetLoc(file->fh, loc);
+    file->at = loc;
+}
+
+/* Key k stands here, and those before it were met */
+static void noteLoc(stepFile *file, stepPart *part, int k)
+{
+    file->at = iopGetLoc(file->fh);
+    part->locs[k] = file->at;
+    if (part->nLocs < k + 1) part->nLocs = k + 1;
+}
+
+/* The part must have as many nodes as the decomposition gives it: its rows are put where that one says. */
+static void readHead(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p)
+{
+    rdbOutHead head;
+    int        nNodes;
+    goTo(file, st->parts[p].start);
+    rdbReadOutHead(file->fh, st->fam, NULL, &head);
+    iopGetKeyInt(file->fh, "nNodes", &nNodes);
+    if (nNodes != hd->run->sdNNodes[p])
+        sysFailIn(st->fam->valuesName, "Inconsistent nNodes in file <%s>: <%d> vs. <%d> of subdomain <%d>",
+                  iopFileName(file->fh), nNodes, hd->run->sdNNodes[p], p);
+    noteLoc(file, &st->parts[p], 0);
+}
+
+/* The rows of variable `var` in part p, to their nodes in data. Every key below must stand in the file. */
+static void readArray(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p, int var, double *data)
+{
+    const rdbOutVar *vars = st->fam->vars;
+    stepPart        *part = &st->parts[p];
+    const int        width = rdbOutVarWidth(hd, st->fam, var), nNodes = hd->run->sdNNodes[p];
+    if (part->nLocs == 0) readHead(hd, st, file, p);
+    int k = var < part->nLocs ? var : part->nLocs - 1;
+    goTo(file, part->locs[k]);
+    for (; k < var; ++k) {
+        iopSkipReals(file->fh, vars[k].key);
+        noteLoc(file, part, k + 1);
+    }
+    if (part->first < 0) iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, hd->run->sdNodes[p], data);
+    else iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, NULL, data + (int64_t) part->first * width);
+    noteLoc(file, part, var + 1);
+}
+
+/* In the merged form the next part begins behind the last array that is there. Arrays above `var` are optional, and
+   wherever such a walk starts it ends at the same place. */
+static void skipToEnd(rdbStepFiles *st, stepFile *file, int p, int var)
+{
+    stepPart *part = &st->parts[p];
+    if (part->end < 0) {
+        for (int k = var + 1; k < st->fam->nVars; ++k) iopSkipRealsIf(file->fh, st->fam->vars[k].key);
+        part->end = file->at = iopGetLoc(file->fh);
+    }
+    if (p + 1 < st->nParts) st->parts[p + 1].start = part->end;
+}
+
+/* -------------------------------------------------------------------------------------------------------- values */
+
+static int readParts(rdbHd *hd, rdbStepFiles *st, int var, double *data)
+{
+    st->busy = 1;
+    for (int p = 0; p < st->nParts; ++p) {
+        const int f = st->merged ? 0 : p;
+        if (!st->files[f].opt) {
+            st->busy = 0;
+            return rdbFail(".%s file not found", st->fam->ext);
+        }
+        stepFile *file = st->merged && p > 0 ? &st->files[0] : openFile(hd, st, f);
+        readArray(hd, st, file, p, var, data);
+        if (st->merged) skipToEnd(st, file, p, var);
+        if (!st->merged || p == st->nParts - 1) releaseFile(st, f);
+    }
+    st->busy = 0;
+    return 1;
+}
+
+static int getNSteps(rdbHd *hd, const rdbOutFam *fam, int *n)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    *n = hd->run->out[fam->cache]->nSteps;
+    return 1;
+}
+
+/* i1: position in the list of variables, i2: in the list of steps. Nodes that no part has are zero; where the parts
+   have them all, and none is missing, nothing need be zeroed before. */
+static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *data)
+{
+    runHd *run = hd->run;
+    char   base[SYS_TEXT], path[SYS_TEXT];
+    int    merged;
+    if (!rdbInitOutFam(hd, fam) || !rdbReadDdc(hd)) return 0;
+    const rdbOutInfo *info = run->out[fam->cache];
+    const int         var = info->varIds[i1], step = info->steps[i2];
+    const size_t      size = sizeof(double) * (size_t) run->nNodes * (size_t) rdbOutVarWidth(hd, fam, var);
+
+    rdbOutBase(hd, step, base);
+    if (!rdbFindFormFile(hd, base, fam->ext, path, &merged)) {
+        memset(data, 0, size);
+        return 0;
+    }
+    rdbStepFiles *st = takeStep(hd, fam, step, merged);
+    if (!listFiles(hd, st) || !run->sdCover) memset(data, 0, size);
+    return readParts(hd, st, var, data);
+}
+
+/* --------------------------------------------------------------------------------------------------------- times */
+
+/* A step's time, read from its first part when it is first asked for. -1.0 says that it was not. */
+static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
+{
+    rdbOutInfo *info = hd->run->out[fam->cache];
+    char        base[SYS_TEXT];
+    int         merged;
+    double      time;
+    if (info->times[i] != -1.0) return 1;
+    rdbOutBase(hd, info->steps[i], base);
+    iopHd *fh = rdbOpenFormFile(hd, base, fam->ext, &merged);
+    if (!fh) return 0;
+    rdbHoldFile(hd, fh);
+    iopGetKeyReal(fh, fam->hdr[0].key, &time);
+    rdbCloseHeld(hd);
+    info->times[i] = time;
+    return 1;
+}
+
+static int getTime(rdbHd *hd, const rdbOutFam *fam, int i, double *time)
+{
+    if (!rdbInitOutFam(hd, fam) || !loadTime(hd, fam, i)) return 0;
+    *time = hd->run->out[fam->cache]->times[i];
+    return 1;
+}
+
+static int getTimes(rdbHd *hd, const rdbOutFam *fam, double *times)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    const rdbOutInfo *info = hd->run->out[fam->cache];
+    for (int i = 0; i < info->nSteps; ++i)
+        if (!loadTime(hd, fam, i)) return 0;
+    sysCopyReals(info->times, times, info->nSteps);
+    return 1;
+}
+
+/* ----------------------------------------------------------------------------------------- steps and variables */
+
+static int getStep(rdbHd *hd, const rdbOutFam *fam, int i, int *step)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    *step = hd->run->out[fam->cache]->steps[i];
+    return 1;
+}
+
+static int getSteps(rdbHd *hd, const rdbOutFam *fam, int *steps)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    sysCopyInts(hd->run->out[fam->cache]->steps, steps, hd->run->out[fam->cache]->nSteps);
+    return 1;
+}
+
+static int getNVars(rdbHd *hd, const rdbOutFam *fam, int *n)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    *n = hd->run->out[fam->cache]->nVars;
+    return 1;
+}
+
+static int getVarName(rdbHd *hd, const rdbOutFam *fam, int i, char *name)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    return rdbPutText(name, fam->vars[hd->run->out[fam->cache]->varIds[i]].name);
+}
+
+static int getVarDim(rdbHd *hd, const rdbOutFam *fam, int i, int *dim)
+{
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    *dim = rdbOutVarWidth(hd, fam, hd->run->out[fam->cache]->varIds[i]);
+    return 1;
+}
+
+/* ----------------------------------------------------------------------------------------------------- the getters */
+
+extern "C" {
+
+#define OUT_FAM(CACHE, Fam, fam, ...)                                                                       \
+    RDB_GETTER(rdb_n##Fam##Steps) { return getNSteps (hd, &fam##Fam, (int *) data);                }        \
+    RDB_GETTER(rdb_##fam##Steps)  { return getSteps  (hd, &fam##Fam, (int *) data);                }        \
+    RDB_GETTER(rdb_##fam##Step)   { return getStep   (hd, &fam##Fam, i1, (int *) data);            }        \
+    RDB_GETTER(rdb_##fam##Times)  { return getTimes  (hd, &fam##Fam, (double *) data);             }        \
+    RDB_GETTER(rdb_##fam##Time)   { return getTime   (hd, &fam##Fam, i1, (double *) data);         }        \
+    RDB_GETTER(rdb_n##Fam##Vars)  { return getNVars  (hd, &fam##Fam, (int *) data);                }        \
+    RDB_GETTER(rdb_##fam##VarName){ return getVarName(hd, &fam##Fam, i1, (char *) data);           }        \
+    RDB_GETTER(rdb_##fam##VarDim) { return getVarDim (hd, &fam##Fam, i1, (int *) data);            }        \
+    RDB_GETTER(rdb_##fam##Values) { return getValues (hd, &fam##Fam, i1, i2, (double *) data);     }
+#include "rdb/rdbOutFams.def"
+#undef OUT_FAM
+
+}

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "test/rdb/smallRun.h"
+#include "tool/runWriter.h"
 
 namespace fs = std::filesystem;
 
@@ -178,6 +179,40 @@ TEST(outValues, theFirstVariableNeedsNoSkips)
         rdbFree(hd);
         for (int p = 0; p < 2; ++p) remove((SmallRun::partName(5, p) + run.suffix()).c_str());
     }
+}
+
+/* All 37 variables, against the values that the writer of the run tells */
+TEST(outValues, allVariablesOfAGeneratedRun)
+{
+    for (const auto &form : smallForms)
+        for (bool merged : { false, true }) {
+            SCOPED_TRACE(std::string(form.name) + (merged ? ", merged" : ""));
+            tool::RunSpec spec;
+            spec.form = form.form;
+            spec.merged = merged;
+            spec.nSds = 3;
+            spec.scattered = true;
+            spec.setSteps(2, 4, 5);
+            spec.setVars("all");
+            tool::RunModel model(spec);
+            tool::writeRun(model);
+            rdbHd *hd = rdbNew("pipe", "QUENTA.DIR", nullptr, 0);
+            ASSERT_NE(hd, nullptr);
+            checkAnswers(rdbOpenRun(hd, 1));
+            ASSERT_EQ(hd->run->nNodes, model.nNodes);
+            for (int step = 0; step < 2; ++step)
+                for (int v = 0; v < 37; ++v) {
+                    const int dim = model.vars[v].dim;
+                    const std::vector<double> values = valuesOf(hd, v, step, dim);
+                    int nWrong = 0;
+                    for (int node = 0; node < model.nNodes; ++node)
+                        for (int k = 0; k < dim; ++k)
+                            nWrong += values[(size_t) node * dim + k] != model.value(v, k, node, step);
+                    EXPECT_EQ(nWrong, 0) << model.vars[v].name << " of step " << step;
+                }
+            rdbFree(hd);
+            fs::remove_all("QUENTA.DIR");
+        }
 }
 
 /* With a folder to work in, names are as seen from there, and the process is back where it was after each answer */

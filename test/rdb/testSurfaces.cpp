@@ -247,8 +247,8 @@ TEST(surfaces, aFileWithOtherNodesThanCountedIsRefused)
     s.write();
     s.writeOsn("p.1_0.osn", { 21, 20, 12, 11, 10, 9 }, 0);
     int nodes[8];
-    checkFails("Inconsistent nNodes <6> vs <5> for cbcNodes", rdbGetInts1(db.hd, "cbcNodes", nodes, 0, -1, -1));
-    checkFails("Inconsistent nNodes <6> vs <5> for osfNodes", rdbGetInts1(db.hd, "osfNodes", nodes, 0, -1, -1));
+    checkFails("Inconsistent nNodes <6> vs <5>", rdbGetInts1(db.hd, "cbcNodes", nodes, 0, -1, -1));
+    checkFails("Inconsistent nNodes <6> vs <5>", rdbGetInts1(db.hd, "osfNodes", nodes, 0, -1, -1));
 }
 
 TEST(surfaces, aSetOfNoSurfaces)
