@@ -28,13 +28,14 @@ extern "C" {
 #endif
 
 /* A new, empty dic of at least `wanted` buckets; fewer than 61, negative numbers too, count as 61. The caller ends it
-   with dicFree. More than 1073741789 buckets do not return. */
+   with dicFree. May not return: "dic dimension of <%d> is too large" above 1073741789. */
 dic *dicNew(int wanted);
 
 /* Ends a dic with all of its keys; an absent one is passed over. What the values stand for is the caller's. */
 void dicFree(dic *d);
 
-/* Stores a value under a copy of the key, in place of a former value of that key. Gives the value. */
+/* Stores a value under a copy of the key, in place of a former value of that key. Gives the value. May not return: no
+   memory. */
 int64_t dicPut(dic *d, const char *key, int64_t value);
 
 /* The value stored under exactly this key; 0 if there is none, so that a stored 0 and no entry look alike. */

@@ -17,13 +17,13 @@
 extern "C" {
 #endif
 
-/* Makes the hash of keys[0 ... n-1]; it is the caller's. A key that comes twice does not return, but for key 0, which
-   then stands for its first position. No keys (n is 0) give a dense hash from key 0 on. A negative n does not return. */
+/* Makes the hash of keys[0 ... n-1]; it is the caller's. May not return: "Duplicate key <%d>", but not for key 0, which
+   then stands for its first position; a negative n. No keys (n is 0) give a dense hash from key 0 on. */
 int *mtxNewInvHash(const int *keys, int n);
 
 /* The index of the key. A dense hash does not test its range: the difference from the first key comes back, wrapped to
-   32 bits, and whoever takes keys from a file must compare it with n. In a hashed one an absent key does not return;
-   key -1 alone, if absent, may find an empty pair and give -1. */
+   32 bits, and whoever takes keys from a file must compare it with n. In a hashed one an absent key does not return,
+   "Key <%d> not found"; key -1 alone, if absent, may find an empty pair and give -1. */
 int mtxInvHash(const int *hash, int n, int key);
 
 /* The same, always returning. *notFound is 1 if the key is below the first of a dense hash (the index is the negative

@@ -296,8 +296,6 @@ void rdbEnter(rdbHd *hd);
 void rdbLeave(rdbHd *hd);
 /* rdbSetError, then 0: "return rdbFail(...)" */
 int  rdbFail(const char *format, ...) __attribute__((format(printf, 1, 2)));
-/* Copies a text answer into the caller's buffer of 8192 bytes; a null text gives the empty one. Returns 1. */
-int  rdbAnswerStr(void *data, const char *text);
 
 /* What a getter answers: the value at `data`, and 1. An absent text is the empty one; a long one is cut. */
 static inline int rdbPutInt(void *data, int value) { return *(int *) data = value, 1; }

@@ -129,8 +129,6 @@ void rdbFree(rdbHd *hd)
 
 /* ---------------------------------------------------------------------------------------- keys of the handle itself */
 
-int rdbAnswerStr(void *data, const char *text) { return rdbPutText(data, text); }
-
 extern "C" {
 
 RDB_GETTER(rdb_problem)   { return rdbPutText(data, hd->problem); }

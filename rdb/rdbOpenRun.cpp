@@ -1,0 +1,78 @@
+/* rdbOpenRun.cpp: opening a run.
+ *
+ * `<problem>.<run>.cli` tells what the run has. It is read twice: pass one takes the volume and surface sets, pass two
+ * everything else, since other lines name those sets wherever they stand. Between and behind the passes the sets are
+ * brought together (rdbSets.cpp). Nothing else is read here: getters open the data files when they are asked.
+ *
+ * What a failure jumps over is owned by the run record, which is in the handle from the start: closing the run, or
+ * opening another, releases it. */
+
+#include "rdb/rdbInt.h"
+
+#include <limits.h>
+
+static int isListed(const rdbHd *hd, int runId)
+{
+    int missing = 1;
+    const int i = hd->nRuns > 0 ? mtxIfInvHash(hd->runIdHash, hd->nRuns, runId, &missing) : -1;
+    return !missing && i >= 0 && i < hd->nRuns && hd->runIds[i] == runId;
+}
+
+static void newRun(rdbHd *hd, int runId)
+{
+    runHd *run = hd->run = memNewZ(runHd, 1);
+    run->runId  = runId;
+    run->opt    = IOP_BINARY;
+    run->nSpecs = run->nFields = run->nFilms = run->nAoutVecs = run->nDODirs = -1;
+    run->rstFromRunId = run->rstFromStep = -1;
+    for (int i = 0; i < RDB_MAX_SPECIES; ++i) {
+        char name[32];
+        snprintf(name, sizeof name, "species_%d", i + 1);
+        run->speciesNames[i] = memDup(name);
+    }
+}
+
+/* The file, held by the run, and a buffer that its longest line fits in, whatever that is: the file itself would. */
+static iopHd *openCli(rdbHd *hd)
+{
+    char path[SYS_TEXT];
+    snprintf(path, sizeof path, "%s/%s.%d.cli", hd->dir, hd->problem, hd->runId);
+    rdbCli *cli = hd->run->cli = memNewZ(rdbCli, 1);
+    iopHd  *fh = rdbHoldFile(hd, iopOpenFile(path, IOP_READ | IOP_ASCII));
+
+    const int64_t size = iopFileSize(path);
+    if (size > INT_MAX - SYS_TEXT) sysError("Internal in reading cli file");
+    cli->oelVolsLeft = size;
+    cli->lineSize    = (int) size + SYS_TEXT;
+    cli->line        = memNew(char, cli->lineSize);
+    return fh;
+}
+
+static void readPass(rdbHd *hd, iopHd *fh, int pass)
+{
+    const rdbCli *cli = hd->run->cli;
+    while (iopGetLine(fh, cli->line, cli->lineSize) && rdbReadCliLine(hd, cli->line, pass)) {}
+}
+
+int rdbOpenRun(rdbHd *hd, int runId)
+{
+    if (!hd) return rdbFail("rdb not initialized");
+    if (runId == 0 && hd->nRuns > 0) runId = hd->runIds[hd->nRuns - 1];
+    if (!isListed(hd, runId)) return rdbFail("runId %d not found", runId);
+    if (hd->run) rdbCloseRun(hd);
+
+    rdbEnter(hd);
+    hd->runId = runId;
+    newRun(hd, runId);
+    iopHd *fh = openCli(hd);
+    readPass(hd, fh, 1);
+    rdbReconcileSets(hd);
+    iopRewind(fh);
+    readPass(hd, fh, 2);
+    rdbCloseHeld(hd);
+    rdbSetTopologies(hd);
+    memFree(hd->run->cli->line);
+    memFree(hd->run->cli);
+    rdbLeave(hd);
+    return 1;
+}

@@ -9,7 +9,7 @@
 #include "base/regExpr.h"
 #include "test/fuzz/fuzzUtil.h"
 
-enum { MAX_PATTERN = 48, MAX_OPERATORS = 4, MAX_MATCHED = 8 };
+enum { MAX_PATTERN = 48, MAX_OPERATORS = 4, MAX_MATCHED = 6 };
 
 static void check(bool ok)
 {
