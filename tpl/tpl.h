@@ -2,14 +2,24 @@
 #define TPL_TPL_H
 
 /* tpl.h: element topology objects: nodes, faces, quadrature points, and the shape functions tabulated there. One
- * process-wide catalogue, keyed by topology code and quadrature rule; objects are built once and never freed. */
+ * process-wide catalogue, keyed by topology code and quadrature rule; objects are built once and never freed.
+ *
+ * Codes: 1 triangle, 2 quadrilateral; 3 tetrahedron, 4 pyramid, 5 wedge, 6 hexahedron, 16 ten-node tetrahedron, 28
+ * five-node tetrahedron with a bubble; 7 to 12, 17, 29 these seen from a face, 18 to 27 and 30 from an edge of a face.
+ * Rules: 1 standard, 2 reduced, 3 at the nodes, 4 special, 5 higher, 6 highest, 7 one point; 1 and 2 have no rule 4.
+ * Surface types: 1 three nodes, 2 four nodes, 15 six nodes.
+ *
+ * Natural coordinates (r, s, t): triangles and tetrahedra from 0 to 2 with a sum of at most 2, quadrilaterals and
+ * hexahedra from -1 to 1, the wedge a triangle in r, s times t from -1 to 1, the pyramid's base from -1 to 1 at t = 0
+ * with the apex at t = 2. Weights sum to the size of the domain: 2, 4/3, 4, 8, 4 and 8/3; on a face or an edge to its
+ * size inside the element. */
 
-typedef struct tplSrf {           /* a face of an element: 33 integers */
+typedef struct tplSrf {           /* a face of an element: 33 integers; unused places hold -1 */
     int srfType;                  /* 1, 2 or 15                                              */
     int bndTpl;                   /* code of the element seen from this face                 */
     int nSrfNodes;                /* 3, 4 or 6                                               */
     int srfNodes[10];             /* local element nodes of the face                         */
-    int bndNodes[10];             /* all element nodes, reordered: the face comes first      */
+    int bndNodes[10];             /* all element nodes, in the order in which bndTpl has them */
     int oppNodes[10];             /* the element nodes not on the face                       */
 } tplSrf;
 
@@ -23,18 +33,33 @@ typedef struct tplRec {
     const double *quadCrd;        /* nQuad rows of r, s, t                                   */
     const double *quadWgt;        /* nQuad                                                   */
     const double *shp;            /* nQuad rows of nen; null until first use                 */
-    const double *shgl;           /* nQuad blocks of nen rows of 3                           */
+    const double *shgl;           /* nQuad blocks of nen rows of 3: by r, s, t, or for some  */
+                                  /* faces of pyramid and wedge in a frame of the face       */
 } tplRec;
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
+/* The object of a code and a rule, with its shape tables; the same one each time, not the caller's to free. With the bit
+   0x100 in the rule: the points of the rule, and behind them the nodes (the points of rule 3) with weight 0; 0x103 is
+   rule 3. May not return: "Topology not found <%d/%d>" for an unknown pair, "toloplogy not recognized <%d>" for codes 1
+   and 2, which have points but no shape functions. */
 tplRec *tplNew(int tplType, int quadRule);
+
+/* The code of a volume element seen from a face of a type. May not return: "Invalid parentTpl <%d> and srfType <%d>
+   combination". */
 int     tplGetBndTpl(int parentTpl, int srfType);
+
+/* Fills shp and shgl for the points of a record where they are null; the arrays come from one block, which begins at
+   shp. May not return: "toloplogy not recognized <%d>". */
 void    tplGetShpShgl(tplRec *rec);
 
-/* Which face of an element has these nodes: 1 and the outputs, or 0 */
+/* Which face of an element has these nodes: 1 and the outputs, or 0 with the outputs untouched.
+   elemNodes: tpl->nen node ids of the element, in its order. srfNodes: the 3, 4 or 6 ids of a face, in any order.
+   outSrfId: the face's position in the element's table. outNodes: the face's ids in the order of that table;
+   outElemNodes: the element's ids in the order of the face's boundary topology.
+   May not return: "Invalid srfType <%d>" for a type other than 1, 2, 15. */
 int tplSrf2Srf(const tplRec *tpl, int srfType, const int *elemNodes, const int *srfNodes, int *outNodes, int *outSrfId);
 int tplSrf2Bnd(const tplRec *tpl, int srfType, const int *elemNodes, const int *srfNodes, int *outElemNodes,
                int *outSrfId);
