@@ -32,69 +32,78 @@ for a in range(run.PointData.GetNumberOfArrays()):
 print("steps\n  %s" % " ".join("%g" % s for s in steps))
 print("groups\n  %s" % run.GetPropertyValue("DataGroupingString"))
 
-# ---- the picture: speed on the middle surface, stream tubes coloured by temperature, the walls as a veil
+# ---- the picture: stream tubes coloured by speed, the warm plume inside them, the walls as a veil
 
 view = CreateRenderView()
 view.ViewSize = [1600, 1000]
 view.UseColorPaletteForBackground = 0
 view.BackgroundColorMode = "Gradient"
-view.Background = [0.05, 0.07, 0.12]
-view.Background2 = [0.16, 0.20, 0.30]
+view.Background = [0.02, 0.03, 0.06]
+view.Background2 = [0.13, 0.17, 0.26]
 view.OrientationAxesVisibility = 0
 view.ViewTime = step
 
-surfaces = [b + 1 for b in range(data.GetNumberOfBlocks()) if data.GetBlock(b).GetCell(0).GetCellDimension() == 2]
-volumes = [b + 1 for b in range(data.GetNumberOfBlocks()) if b + 1 not in surfaces]
-walls = ExtractBlock(Input=run, BlockIndices=surfaces)
-flow = MergeBlocks(Input=ExtractBlock(Input=run, BlockIndices=volumes))
+
+def blocks(dimension):
+    return ["/Root/Block%d" % b for b in range(data.GetNumberOfBlocks())
+            if data.GetBlock(b).GetCell(0).GetCellDimension() == dimension]
+
+
+walls = ExtractBlock(Input=run, Selectors=blocks(2))
+flow = MergeBlocks(Input=ExtractBlock(Input=run, Selectors=blocks(3)))
 flow.UpdatePipeline(step)
 xmin, xmax, ymin, ymax, zmin, zmax = flow.GetDataInformation().GetBounds()
 middle = [(xmin + xmax) / 2, (ymin + ymax) / 2, (zmin + zmax) / 2]
+reach = max(xmax - xmin, ymax - ymin)
 
 veil = Show(walls, view)
 ColorBy(veil, None)
-veil.Opacity = 0.13
-veil.DiffuseColor = [0.75, 0.85, 1.0]
-
-cut = Slice(Input=flow)
-cut.SliceType = "Plane"
-cut.SliceType.Origin = middle
-cut.SliceType.Normal = [0, 0, 1]
-plane = Show(cut, view)
-ColorBy(plane, ("POINTS", "velocity", "Magnitude"))
-speed = GetColorTransferFunction("velocity")
-speed.ApplyPreset("Inferno (matplotlib)", True)
-speed.VectorMode = "Magnitude"
-plane.RescaleTransferFunctionToDataRange(False, True)
-plane.Opacity = 0.55
+veil.Opacity = 0.10
+veil.DiffuseColor = [0.7, 0.85, 1.0]
 
 lines = StreamTracer(Input=flow, SeedType="Point Cloud")
 lines.Vectors = ["POINTS", "velocity"]
 lines.SeedType.Center = middle
-lines.SeedType.Radius = 0.5 * max(xmax - xmin, ymax - ymin)
-lines.SeedType.NumberOfPoints = 700
+lines.SeedType.Radius = 0.6 * reach
+lines.SeedType.NumberOfPoints = 420
 lines.IntegrationDirection = "BOTH"
-lines.MaximumStreamlineLength = 4 * (xmax - xmin + ymax - ymin)
-tubes = Tube(Input=lines, Radius=0.006 * (xmax - xmin + ymax - ymin) / 2, NumberofSides=10)
+lines.MaximumStreamlineLength = 8 * reach
+tubes = Tube(Input=lines, Radius=0.0035 * reach, NumberofSides=10)
 shown = Show(tubes, view)
-ColorBy(shown, ("POINTS", "temperature"))
-heat = GetColorTransferFunction("temperature")
-heat.ApplyPreset("Cool to Warm (Extended)", True)
+ColorBy(shown, ("POINTS", "velocity", "Magnitude"))
+speed = GetColorTransferFunction("velocity")
+speed.VectorMode = "Magnitude"
+speed.ApplyPreset("Viridis (matplotlib)", True)
 shown.RescaleTransferFunctionToDataRange(False, True)
-shown.Specular = 0.4
+shown.Specular, shown.SpecularPower = 0.5, 40
 
-for function, title, place in ((speed, "speed", "Lower Right Corner"), (heat, "temperature", "Upper Right Corner")):
+low, high = flow.PointData.GetArray("temperature").GetRange()
+plume = Contour(Input=flow, ContourBy=["POINTS", "temperature"],
+                Isosurfaces=[low + f * (high - low) for f in (0.25, 0.45, 0.65, 0.85)])
+warm = Show(plume, view)
+ColorBy(warm, ("POINTS", "temperature"))
+heat = GetColorTransferFunction("temperature")
+heat.ApplyPreset("Black-Body Radiation", True)
+heat.RescaleTransferFunction(low - 0.25 * (high - low), high)
+warm.Opacity = 0.75
+warm.Specular = 0.3
+
+for function, title, place in ((speed, "speed", [0.90, 0.08]), (heat, "temperature", [0.90, 0.56])):
     bar = GetScalarBar(function, view)
     bar.Title, bar.ComponentTitle = title, ""
-    bar.WindowLocation = place
+    bar.WindowLocation = "Any Location"
+    bar.Position = place
+    bar.ScalarBarLength = 0.34
+    bar.AutomaticLabelFormat = 0
+    bar.LabelFormat = "%.3g"
+    bar.RangeLabelFormat = "%.3g"
     bar.Visibility = 1
 
 view.CameraViewUp = [0, 0, 1]
-reach = max(xmax - xmin, ymax - ymin)
 view.CameraFocalPoint = middle
-view.CameraPosition = [middle[0] - 0.9 * reach, middle[1] - 1.1 * reach, middle[2] + 1.3 * reach]
+view.CameraPosition = [middle[0] - 0.25 * reach, middle[1] - 1.2 * reach, middle[2] + 1.2 * reach]
 ResetCamera(view)
-GetActiveCamera().Dolly(1.25)
+GetActiveCamera().Dolly(1.2)
 Render(view)
 SaveScreenshot(picture, view, ImageResolution=[1600, 1000])
 print("picture\n  %s, at step %g" % (picture, step))
