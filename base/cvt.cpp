@@ -9,8 +9,8 @@
 
 #include "base/sys.h"
 
-/* Whole arrays go through these two, in place; the bytes need no alignment. Four values at a time by shifts and masks is
-   twice as fast as one by one; eight-byte values are faster one by one. */
+/* Whole arrays go through these two, in place; the bytes need no alignment. Four values at a time by shifts and masks
+   is twice as fast as one by one; eight-byte values are faster one by one. */
 static void reverse4(unsigned char *bytes, int n)
 {
     typedef uint32_t four __attribute__((vector_size(16)));

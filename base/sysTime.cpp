@@ -10,23 +10,24 @@
 
 #include "base/sysInt.h"
 
-static time_t now(void)
+/* The seconds since 1970, for the named function. */
+static time_t now(const char *function)
 {
     time_t seconds = sysMach.time(nullptr);
-    if (seconds == (time_t) -1) sysFailIn("sysTime", "time not available");
+    if (seconds == (time_t) -1) sysFailIn(function, "time not available");
     return seconds;
 }
 
 int sysTime(void)
 {
-    return (int) now();
+    return (int) now(__func__);
 }
 
 const char *sysDate(void)
 {
     static char date[64];
     struct tm parts;
-    time_t seconds = now();
+    time_t seconds = now(__func__);
     if (!localtime_r(&seconds, &parts) || !asctime_r(&parts, date)) sysFail("time not available");
     date[strcspn(date, "\n")] = 0;
     return date;

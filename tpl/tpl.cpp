@@ -1,12 +1,12 @@
 /* tpl.cpp: the catalogue of element topologies.
  *
- * A topology is an element crossed with a named set of quadrature points. The elements stand in one table: nodes, faces,
- * shape family, and the point set of each rule by name; rows that share their points name the same set. The compiler
- * makes the catalogue of it, and also the shape tables of the rows that nearly every run asks for. The other shape tables
- * are built at the first request and stay for the life of the process.
+ * A topology is an element crossed with a named set of quadrature points. The elements stand in one table: nodes,
+ * faces, shape family, and the point set of each rule by name; rows that share their points name the same set. The
+ * compiler makes the catalogue of it, and also the shape tables of the rows that nearly every run asks for. The other
+ * shape tables are built at the first request and stay for the life of the process.
  *
- * An element seen from one of its faces or edges is an element of its own: its points lie on one fixed face or edge, and
- * the face's row in the element tells how to reorder the nodes so that any face comes to lie there.
+ * An element seen from one of its faces or edges is an element of its own: its points lie on one fixed face or edge,
+ * and the face's row in the element tells how to reorder the nodes so that any face comes to lie there.
  *
  * In this file: faces, elements, the catalogue, ready-made shape tables, look-up, composite objects. */
 
@@ -98,7 +98,8 @@ static constexpr pointSet none = { 0, nullptr, nullptr };
 /* one point from a set of more, or more points than the set's rule has */
 static constexpr pointSet tet4of1 = firstOf(tet4, 1), tri3of1 = firstOf(tri3, 1), tet01_2of1 = firstOf(tet01_2, 1);
 static constexpr pointSet tri3s = firstOf(tri3Again, 3), tri3of6 = firstOf(tri3Again, 6), tri3of7 = all(tri3Again);
-static constexpr pointSet quad4s = firstOf(quad4Again, 4), quad4of9 = firstOf(quad4Again, 9), quad4of16 = all(quad4Again);
+static constexpr pointSet quad4s = firstOf(quad4Again, 4), quad4of9 = firstOf(quad4Again, 9);
+static constexpr pointSet quad4of16 = all(quad4Again);
 static constexpr pointSet pyr01_2s = firstOf(pyr01_2Again, 2);
 static constexpr pointSet pyr01_2of3 = firstOf(pyr01_2Again, 3), pyr01_2of4 = all(pyr01_2Again);
 
@@ -138,7 +139,8 @@ static constexpr element elements[] = {
     { 10, WEDGE, 0,  6,  6, 1, wedgeSrfs,
       { S(wedgeTri3), S(wedgeTri1), S(wedgeTriNodes), S(wedgeTri1), S(wedgeTri7), S(wedgeTri7), S(wedgeTri1) } },
     { 11, WEDGE, 1,  6,  6, 1, wedgeSrfs + 4,
-      { S(wedgeQuad4), S(wedgeQuad2), S(wedgeQuadNodes), S(wedgeQuad1), S(wedgeQuad9), S(wedgeQuad16), S(wedgeQuad1) } },
+      { S(wedgeQuad4), S(wedgeQuad2), S(wedgeQuadNodes), S(wedgeQuad1), S(wedgeQuad9), S(wedgeQuad16),
+        S(wedgeQuad1) } },
     { 12, HEX,   0,  8,  8, 1, hexSrfs,
       { S(hexQuad4), S(hexQuad4), S(hexQuadNodes), S(hexQuad2), S(hexQuad9), S(hexQuad16), S(hexQuad1) } },
 
@@ -298,13 +300,13 @@ static double *append(double *dest, const double *first, int nFirst, const doubl
     return dest + nFirst + nSecond;
 }
 
-/* The points of a rule and behind them the nodes with weight 0: sums over it are the rule's, and the shape functions are
-   there at the nodes too. Record and arrays are one block. */
+/* The points of a rule and behind them the nodes with weight 0: sums over it are the rule's, and the shape functions
+   are there at the nodes too. Record and arrays are one block. */
 static tplRec *newComposite(const tplRec *base, const tplRec *nodes, int quadRule)
 {
     const int b = base->nQuad, n = nodes->nQuad, nen = base->nen;
-    tplRec *rec = (tplRec *) memAlloc((int64_t) sizeof *rec + memSize((b + n) * (4 + 4 * nen), sizeof(double)), __FILE__,
-                                      __LINE__, 0);
+    const int64_t size = (int64_t) sizeof(tplRec) + memSize((b + n) * (4 + 4 * nen), sizeof(double));
+    tplRec *rec = (tplRec *) memAlloc(size, __FILE__, __LINE__, 0);
     *rec = *base;
     rec->quadRule = quadRule;
     rec->nQuad = b + n;

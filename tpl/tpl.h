@@ -41,10 +41,11 @@ typedef struct tplRec {
 extern "C" {
 #endif
 
-/* The object of a code and a rule, with its shape tables; the same one each time, not the caller's to free. With the bit
-   0x100 in the rule: the points of the rule, and behind them the nodes (the points of rule 3) with weight 0; 0x103 is
-   rule 3. May not return: "Topology not found <%d/%d>" for an unknown pair, "toloplogy not recognized <%d>" for codes 1
-   and 2, which have points but no shape functions. */
+/* The object of a code and a rule, with its shape tables; the same one each time, not the caller's to free. With the
+   bit 0x100 in the rule: the points of the rule, and behind them the nodes (the points of rule 3) with weight 0; 0x103
+   is rule 3.
+   May not return: "Topology not found <%d/%d>" for an unknown pair, "toloplogy not recognized <%d>" for codes 1 and 2,
+   which have points but no shape functions. */
 tplRec *tplNew(int tplType, int quadRule);
 
 /* The code of a volume element seen from a face of a type. May not return: "Invalid parentTpl <%d> and srfType <%d>

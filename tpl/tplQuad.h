@@ -253,8 +253,8 @@ static constexpr points<5>  pyr5 = {                                            
 /* Solved numerically: of the rules of degree 4 with this symmetry, the one that comes nearest to degree 5. All points
    are inside and all weights positive. */
 static constexpr points<13> pyr13 = pyramid13{}                                                       /* degree 4 */
-    .corners(0.6240780850710911462695, 0.1954499953451079353214, 0.334852618697682057734)
-    .middles(0.8323322395023782415814, 0.1926916277567091005385, 0.0606706947485550229058)
+    .corners(0.8323322395023782415814, 0.1926916277567091005385, 0.0606706947485550229058)
+    .middles(0.6240780850710911462695, 0.1954499953451079353214, 0.334852618697682057734)
     .corners(0.317337523923473889226, 0.9044407026465147756313, 0.2591178386742113006129)
     .axis(1.816049989101093060881, 0.04810205818487314165576).p;
 static constexpr points<5>  pyrNodes = {                                                              /* degree 1 */

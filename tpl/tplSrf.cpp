@@ -1,7 +1,7 @@
 /* tplSrf.cpp: which face of an element has given nodes.
  *
- * A surface set names its faces by node ids, in any order. A face matches when each of its nodes is among the given ones
- * and the sums of both are equal; the sum is only the quick test that rejects most faces at once. */
+ * A surface set names its faces by node ids, in any order. A face matches when each of its nodes is among the given
+ * ones and the sums of both are equal; the sum is only the quick test that rejects most faces at once. */
 
 #include "tpl/tpl.h"
 

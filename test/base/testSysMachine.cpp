@@ -97,6 +97,7 @@ TEST_F(sysMachineTest, aClockThatFails)
     sysMach.time = [](time_t *) -> time_t { return -1; };
     checkFails("time not available", sysTime());
     checkFails("time not available", sysDate());
+    checkFails("in Function <sysDate>", sysDate());
 }
 
 TEST_F(sysMachineTest, elapsedRunsForwardFromTheFirstCall)

@@ -266,7 +266,8 @@ TEST_F(sysMessTest, aTrappedFailurePrintsNothingAndLeavesTwoLines)
 {
     sysSetProgName("pv");
     std::string text;
-    Printed p = printed([&] { text = trapped([] { sysAssert("nNodes <3> error", "rdb_crd", "rdb/rdbGeom.cpp", 12); }); });
+    auto fail = [] { sysAssert("nNodes <3> error", "rdb_crd", "rdb/rdbGeom.cpp", 12); };
+    Printed p = printed([&] { text = trapped(fail); });
     EXPECT_EQ(text, "pv: *** ASSERTION in Function <rdb_crd> File <rdb/rdbGeom.cpp> Line <12>\n"
                     "pv: *** nNodes <3> error");
     EXPECT_EQ(p.out + p.err, "");
@@ -299,8 +300,8 @@ static void failingFunction(int n) { sysFail("nRows  <%d> error", n); }
 TEST_F(sysMessTest, sysFailAddsWhereItStands)
 {
     const std::string text = trapped([] { failingFunction(5); });
-    EXPECT_EQ(text.find("QUENTA: *** ASSERTION in Function <failingFunction> File <test/base/testSysMess.cpp> Line <"), 0u)
-        << text;
+    const char *head = "QUENTA: *** ASSERTION in Function <failingFunction> File <test/base/testSysMess.cpp> Line <";
+    EXPECT_EQ(text.find(head), 0u) << text;
     EXPECT_NE(text.find(">\nQUENTA: *** nRows  <5> error"), std::string::npos) << text;
     checkFails("in Function <rdb_crd> File <test/base", sysFailIn("rdb_crd", "bad"));
 }

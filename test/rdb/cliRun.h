@@ -111,7 +111,8 @@ static const struct { int fam; const char *keyword, *more; } srfFamilies[] = {
 /* A family's line for surfaces of tetrahedra of element set 0 */
 static inline std::string srfLine(const std::string &keyword, const std::string &name, const std::string &more = "")
 {
-    return "#@ " + keyword + " " + name + ".srf \"" + name + "\" nSrfs 4 type 1 nsn 3 quad 1 elmId 0 medium 6" + more + "\n";
+    return "#@ " + keyword + " " + name + ".srf \"" + name + "\" nSrfs 4 type 1 nsn 3 quad 1 elmId 0 medium 6" + more +
+           "\n";
 }
 
 #endif

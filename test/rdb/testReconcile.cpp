@@ -1,4 +1,5 @@
-/* testReconcile.cpp: how the sets of a run are brought together: parents by name, sets that no line gives, topologies. */
+/* testReconcile.cpp: how the sets of a run are brought together: parents by name, sets that no line gives,
+ * topologies. */
 
 #include <algorithm>
 #include <cstring>
@@ -58,7 +59,8 @@ TEST(reconcile, volumesBehindTheSurfaceSetsCount)
 
 TEST(reconcile, itIsSaidFromVerbosityThreeOn)
 {
-    const std::string lines = volLine("a") + volLine("b") + sfsLine("s", 0, "b") + sfsLine("t", 1, "b") + sfsLine("u", 1, "a");
+    const std::string lines = volLine("a") + volLine("b") + sfsLine("s", 0, "b") + sfsLine("t", 1, "b") +
+                              sfsLine("u", 1, "a");
     EXPECT_EQ(said(lines, 2, "Parent volume reconciled"), 0);
     EXPECT_EQ(said(lines, 3, "Parent volume reconciled"), 2);
 }
@@ -134,7 +136,8 @@ TEST(reconcile, madeSetsAreSaidFromVerbosityFourOn)
 
 TEST(reconcile, aListLineOfAnOlderFileStillOverwrites)
 {
-    CliRun db("#@ CNN f \"a\" n 1 t 3 n 4 q 2 m 1 r 5\n#@ CNN f \"b\" n 1 t 3 n 4 q 2 m 1 r 5\n#@ CNN.VOL \"b\" 1 \"a\"\n" +
+    CliRun db("#@ CNN f \"a\" n 1 t 3 n 4 q 2 m 1 r 5\n#@ CNN f \"b\" n 1 t 3 n 4 q 2 m 1 r 5\n"
+              "#@ CNN.VOL \"b\" 1 \"a\"\n" +
               srfLine("CBC", "x") + srfLine("FAN", "y") + "#@ FAN.SFS \"y\" 1 \"x\"\n");
     ASSERT_EQ(db.open(), "");
     EXPECT_EQ(db.elm(1).volIds[0], 0);
@@ -179,7 +182,8 @@ TEST(reconcile, aParentVolumeThatIsNotThereEndsTheOpen)
     for (int volId : { 1, -1, 2147483647 }) {
         CliRun db(volLine("v") + sfsLine("s", volId));
         const std::string failure = db.open();
-        EXPECT_NE(failure.find("SFS parent volId <" + std::to_string(volId) + "> not found"), std::string::npos) << failure;
+        const std::string text = "SFS parent volId <" + std::to_string(volId) + "> not found";
+        EXPECT_NE(failure.find(text), std::string::npos) << failure;
         EXPECT_NE(failure.find("Function <rdbOpenRun>"), std::string::npos) << failure;
         EXPECT_NE(db.run(), nullptr);
         EXPECT_EQ(db.hd->runId, 1);
@@ -194,7 +198,8 @@ TEST(reconcile, aParentElementSetThatIsNotThereEndsTheOpen)
             line.replace(line.find("elmId 0"), 7, "elmId " + std::to_string(elmId));
             CliRun db(oneVolume + line);
             const std::string failure = db.open();
-            const std::string text = std::string(fam.keyword) + " parent elmId <" + std::to_string(elmId) + "> not found";
+            const std::string text =
+                std::string(fam.keyword) + " parent elmId <" + std::to_string(elmId) + "> not found";
             EXPECT_NE(failure.find(text), std::string::npos) << failure;
             EXPECT_NE(failure.find("Function <rdbOpenRun>"), std::string::npos) << failure;
         }
@@ -230,8 +235,8 @@ TEST(reconcile, whereEachFamilysTopologyComesFrom)
     for (const auto &fam : srfFamilies) {
         SCOPED_TRACE(fam.keyword);
         const std::string keyword = fam.keyword;
-        CliRun db(sets + "#@ " + keyword + " f \"x\" n 4 type 2 nsn 4 quad 1 elm 0 med 1" + fam.more + "\n#@ " + keyword +
-                  ".SFS \"x\" 1 \"s\"\n");
+        CliRun db(sets + "#@ " + keyword + " f \"x\" n 4 type 2 nsn 4 quad 1 elm 0 med 1" + fam.more + "\n#@ " +
+                  keyword + ".SFS \"x\" 1 \"s\"\n");
         ASSERT_EQ(db.open(), "");
         const bool bySfs = strstr("RSF SRS OSF FAN HEC", fam.keyword) != nullptr;
         const rdbSrfSet &set = db.srf(fam.fam, 0);

@@ -230,7 +230,7 @@ TEST_F(rdbRegistry, tellingRows)
         { "cbcSfsIds",   RDB_INTS,  { "nCbcs" },                   { "nCbcSfss" } },
         { "sfsNodes",    RDB_INTS,  { "nSfss" },                   { "nSfsNodes" } },
         { "rsfAgglAng",  RDB_REAL,  { "nRsfs" },                   {} },
-        { "ssiGapFct",   RDB_INT,   { "nSsis" },                   {} },
+        { "ssiGapFct",   RDB_REAL,  { "nSsis" },                   {} },
         { "nOutSteps",   RDB_INT,   {},                            {} },
         { "outTime",     RDB_REAL,  { "nOutSteps" },               {} },
         { "outTimes",    RDB_REALS, {},                            { "nOutSteps" } },

@@ -64,13 +64,14 @@ struct Surfaces {
 
     std::string line(const std::string &keyword, const std::string &name, const std::string &more) const
     {
-        return "#@ " + keyword + " p.srf" + suffix() + " \"" + name + "\" n 2 type 1 nsn 3 quad 1 parent 0 med 6" + more + "\n";
+        return "#@ " + keyword + " p.srf" + suffix() + " \"" + name + "\" n 2 type 1 nsn 3 quad 1 parent 0 med 6" +
+               more + "\n";
     }
 
     std::string cli() const
     {
-        std::string text = "#@ NSDS " + std::to_string(nSds) + "\n#@ VOL p.vol" + suffix() + " \"v\" n 2 type 3 nen 4\n" +
-                           line("SFS", "base", "") + "#@ CNN p.vol" + suffix() +
+        std::string text = "#@ NSDS " + std::to_string(nSds) + "\n#@ VOL p.vol" + suffix() +
+                           " \"v\" n 2 type 3 nen 4\n" + line("SFS", "base", "") + "#@ CNN p.vol" + suffix() +
                            " \"e\" n 2 type 3 nen 4 quad 1 med 1 rff 0\n#@ CNN.VOL \"e\" 1 \"v\"\n";
         for (const auto &fam : srfFamilies)
             text += line(fam.keyword, std::string("of ") + fam.keyword, fam.more) + "#@ " + fam.keyword + ".SFS \"of " +
@@ -523,5 +524,55 @@ TEST(surfaces, aSetWithoutAVolumeSaysSo)
               srfLine("GSF", "x"));
     ASSERT_EQ(db.open(), "");
     Ints values(64);
-    checkRefused("Invalid volId <-1>; range should be [0,0]", rdbGetInts1(db.hd, "gsfSrfCnn", values.data(), 0, -1, -1));
+    checkRefused("Invalid volId <-1>; range should be [0,0]",
+                 rdbGetInts1(db.hd, "gsfSrfCnn", values.data(), 0, -1, -1));
+}
+
+/* -------------------------------------------------------------------------------------------- absurd numbers */
+
+/* Asks as a client does: the sizes first, then the data into an array of that size, whose end must stay as it was. */
+static void askSafely(rdbHd *hd, const std::string &key)
+{
+    int type = 0, d1 = -1, d2 = -1, value, given = 0;
+    double real;
+    rdbGetType(hd, key.c_str(), &type);
+    if (type == RDB_INT) trapped([&] { rdbGetInt1(hd, key.c_str(), &value, 0); });
+    if (type == RDB_REAL) trapped([&] { rdbGetReal1(hd, key.c_str(), &real, 0); });
+    if (type != RDB_INTS) return;
+    trapped([&] { given = rdbGetDims(hd, key.c_str(), 1, 0, -1, -1, &d1, &d2); });
+    const long long n = (long long) d1 * (d2 == -1 ? 1 : d2);
+    if (!given || n < 0 || n > 1000000) return;
+    Ints values(n + 1, -7);
+    trapped([&] { rdbGetInts1(hd, key.c_str(), values.data(), 0, d1, d2); });
+    EXPECT_EQ(values.back(), -7) << key << " wrote beyond its size";
+}
+
+TEST(surfaces, absurdNumbersOfTheLinesAreAskedSafely)
+{
+    Surfaces s;
+    s.write();
+    std::string lines = s.cli();
+    for (const char *keyword : { "DBC", "EBC", "AFS", "TWS", "PSF", "RSF", "SRS", "SBC", "SSI", "ECI", "HEC" }) {
+        const size_t at = lines.find(std::string("#@ ") + keyword);
+        lines.erase(at, lines.find('\n', lines.find('\n', at) + 1) + 1 - at);
+    }
+    CliRun db(lines);
+    ASSERT_EQ(db.open(), "");
+    for (size_t i = 1; i + 1 < lines.size(); ++i) {
+        if (!isdigit((unsigned char) lines[i]) || lines[i - 1] != ' ') continue;
+        const size_t end = lines.find_first_of(" \n", i);
+        for (const char *absurd : { "-1", "0", "1", "3", "5", "15", "2147483647", "-2147483648" }) {
+            const std::string damaged = lines.substr(0, i) + absurd + lines.substr(end);
+            SCOPED_TRACE(damaged.substr(damaged.rfind('\n', i) + 1, 60));
+            testWrite("p.1.cli", damaged);
+            db.open();
+            for (const char *keyword : { "Cbc", "Gsf", "Osf", "Fan", "Sfs" }) {
+                for (const char *end : { "Srfs", "SrfNodes", "ElemNodes", "Nodes", "Sfss" })
+                    askSafely(db.hd, std::string("n") + keyword + end);
+                for (const char *end : { "Type", "ElemType", "Medium", "ParentId", "SfsIds", "ElemIds", "UsrIds", "Cnn",
+                                         "SrfCnn", "ElemCnn", "BndNodes", "Nodes" })
+                    askSafely(db.hd, lower(keyword) + end);
+            }
+        }
+    }
 }

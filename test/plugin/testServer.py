@@ -1,0 +1,394 @@
+"""The plugin as a ParaView server meets it: loaded, described, asked for data in a pipeline. Run by pvpython:
+
+    pvpython testServer.py TEST            with in the environment:
+    RDB_PLUGIN      the plugin
+    RDB_WRITE_RUN   the program that makes runs
+    RDB_REAL_RUN    folder of a real run in several storage forms; without it the tests of it are skipped
+    RDB_NO_SLEEP    library that keeps a program from really waiting
+
+It runs in a fresh folder of its own. A skipped test ends with code 77."""
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import numpy
+from paraview import servermanager, simple
+from vtkmodules.util.numpy_support import vtk_to_numpy
+
+PLUGIN = os.path.abspath(os.environ["RDB_PLUGIN"])
+WRITE_RUN = os.environ["RDB_WRITE_RUN"]
+REAL_RUN = os.environ.get("RDB_REAL_RUN", "")
+TESTS = {}
+
+
+def test(f):
+    TESTS[f.__name__] = f
+    return f
+
+
+def same(got, expected, what=""):
+    if got != expected:
+        sys.exit("%s\n  got      %r\n  expected %r" % (what, got, expected))
+
+
+def skip(why):
+    print("skipped:", why)
+    sys.stdout.flush()
+    os._exit(77)
+
+
+# ---- helpers ----
+
+MADE = {"": None}                            # what loading the plugin brings; an empty one would be passed over
+
+
+def load():
+    if len(MADE) == 1:
+        simple.LoadPlugin(PLUGIN, remote=False, ns=MADE)
+    return MADE
+
+
+def run_script(script, *args):
+    """Exit code, standard output and standard error of a pvpython that runs a script on the plugin and more arguments."""
+    open("script.py", "w").write(script)
+    environment = dict(os.environ, LD_PRELOAD=os.environ["RDB_NO_SLEEP"])
+    done = subprocess.run([shutil.which("pvpython"), "script.py", PLUGIN] + [str(a) for a in args], env=environment,
+                          universal_newlines=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=100)
+    return done.returncode, done.stdout, done.stderr
+
+
+def options(text="verbose = 0\n"):
+    with open("options.cnf", "w") as file:
+        file.write(text)
+    os.environ["QUENTA_CNF_FILES"] = "options.cnf"
+
+
+def write_run(*args, **kwargs):
+    """Makes a run in the folder `run`. What must come out of it, and its log's path."""
+    folder = kwargs.get("folder", "run")
+    subprocess.run([WRITE_RUN, folder, "--expect", "expect.json"] + list(args), check=True, stdout=subprocess.DEVNULL)
+    expect = json.load(open("expect.json"))
+    return expect, os.path.abspath(os.path.join(folder, "pipe.1.Log"))
+
+
+def reader(log):
+    make = load()["zrpMarivaneReader"]
+    simple.SetActiveSource(None)             # else the description's input would be connected to it
+    return make(FileName=log)
+
+
+def info(source, name):
+    """Values of an information property."""
+    prop = source.SMProxy.GetProperty(name)
+    source.SMProxy.UpdatePropertyInformation(prop)
+    return [prop.GetElement(i) for i in range(prop.GetNumberOfElements())]
+
+
+def blocks(source, time=None):
+    source.UpdatePipeline() if time is None else source.UpdatePipeline(time)
+    data = servermanager.Fetch(source)
+    return [data.GetBlock(i) for i in range(data.GetNumberOfBlocks())]
+
+
+def points(grid):
+    return vtk_to_numpy(grid.GetPoints().GetData()).reshape(-1, 3)
+
+
+def arrays(grid):
+    data = grid.GetPointData()
+    return {data.GetArrayName(i): vtk_to_numpy(data.GetArray(i)) for i in range(data.GetNumberOfArrays())}
+
+
+def connectivity(grid):
+    cells = grid.GetCells()
+    return vtk_to_numpy(cells.GetConnectivityArray()).reshape(cells.GetNumberOfCells(), -1)
+
+
+def check_values(grids, expect, step):
+    """All arrays of all blocks against the formulas of a generated run; exact, since 32 bits hold every number."""
+    for grid, block in zip(grids, expect["blocks"]):
+        xyz, shown = points(grid).astype(float), arrays(grid)
+        same(set(shown), {a["name"] for a in expect["arrays"]}, block["name"])
+        for a in expect["arrays"]:
+            values = shown[a["name"]].reshape(len(xyz), a["components"])
+            for c, (c0, cx, cy, cz, cs, cxs) in enumerate(a["formulas"]):
+                x, y, z = xyz.T
+                right = (c0 + cx * x + cy * y + cz * z + cs * step + cxs * x * step).astype(numpy.float32)
+                same(numpy.array_equal(values[:, c], right), True, "%s of %s at step %d" % (a["name"], block["name"], step))
+
+
+# ---- the shell ----
+
+@test
+def tellsItsNameAndVersion():
+    load()
+    manager = servermanager.vtkSMProxyManager.GetProxyManager().GetPluginManager()
+    plugins = manager.GetLocalInformation()
+    for i in range(plugins.GetNumberOfPlugins()):
+        if plugins.GetPluginName(i) == "zrpMarivaneReader":
+            same(plugins.GetPluginVersion(i), "2.0")
+            same(bool(plugins.GetPluginLoaded(i)), True)
+            same(bool(plugins.GetRequiredOnServer(i)), False)
+            same(bool(plugins.GetRequiredOnClient(i)), False)
+            same(plugins.GetRequiredPlugins(i) or "", "")
+            if hasattr(plugins, "GetDescription"):
+                same(plugins.GetDescription(i), "Reader for Marivane data")
+            return
+    sys.exit("the plugin is not in the list")
+
+
+@test
+def opensByTheExtensionLog():
+    options()
+    expect, log = write_run()
+    load()
+    simple.SetActiveSource(None)
+    source = simple.OpenDataFile(log)
+    same(source.GetXMLName(), "zrpMarivaneReader")
+    check_values(blocks(source), expect, 0)
+
+
+# ---- generated runs ----
+
+@test
+def answersItsInformationProperties():
+    options()
+    expect, log = write_run("--steps", "4", "--volumes", "2", "--vars", "velocity,pressure,species:2")
+    source = reader(log)
+    source.UpdatePipelineInformation()
+    same(info(source, "TimestepValues"), [0.0, 1.0, 2.0, 3.0])
+    names = [a["name"] for a in expect["arrays"]]
+    same(info(source, "PointArrayInfo"), [text for name in names for text in (name, "1")])
+    grouping = json.loads(info(source, "DataGroupingString")[0])
+    same(grouping.pop("ModelName"), "pipe")
+    same(grouping, {key: {g["name"]: g["blocks"] for g in groups} for key, groups in expect["groups"].items() if groups})
+    same(info(source, "BlockCentroids"), [0.0] * 3 * len(expect["blocks"]))
+    same(info(source, "LoadExtVariables"), [""])
+
+
+@test
+def deliversBlocksOfEveryKind():
+    for mesh in ("hex", "tet", "mixed"):
+        for form in ("ascii", "binary", "swapped"):
+            options()
+            expect, log = write_run("--mesh", mesh, "--form", form, "--ids", "scattered", "--subdomains", "2",
+                                    "--empty-sets", folder=mesh + form)
+            source = reader(log)
+            grids = blocks(source)
+            same([(g.GetNumberOfCells(), g.GetNumberOfPoints(), g.GetCellType(0) if g.GetNumberOfCells() else 0) for g in grids],
+                 [(b["nCells"], b["nPoints"], b["cellType"] if b["nCells"] else 0) for b in expect["blocks"]], mesh + form)
+            check_values(grids, expect, 0)
+
+
+@test
+def followsTimeAndSelection():
+    options()
+    expect, log = write_run("--steps", "4", "--first-step", "5", "--stride", "10", "--vars", "velocity,pressure,temperature")
+    source = reader(log)
+    for time, step in ((0, 0), (2, 2), (1, 1), (2.5, 3), (99, 3), (0, 0)):
+        check_values(blocks(source, time), expect, step)
+    source.PointArrayStatus = ["pressure"]
+    same(len(arrays(blocks(source, 0)[0])), 3, "a selection shows with the next step only")
+    same(list(arrays(blocks(source, 1)[0])), ["pressure"])
+    source.PointArrayStatus = [a["name"] for a in expect["arrays"]]
+    check_values(blocks(source, 2), expect, 2)
+
+
+@test
+def movesTheMesh():
+    options()
+    expect, log = write_run("--steps", "3", "--vars", "pressure", "--moving")
+    source = reader(log)
+    rest = [points(g).copy() for g in blocks(source, 0)]
+    for step in (2, 1, 0):
+        for grid, still in zip(blocks(source, step), rest):
+            moved = points(grid)
+            by = arrays(grid)["mesh_displacement"].astype(float)
+            same(numpy.array_equal(moved, (still + by).astype(numpy.float32) if step else still), True, "step %d" % step)
+
+
+@test
+def dataOutliveTheSource():
+    options()
+    expect, log = write_run("--steps", "2")
+    source = reader(log)
+    grids = blocks(source, 1)
+    simple.Delete(source)
+    del source
+    check_values(grids, expect, 1)
+
+
+@test
+def filtersSurviveEverything():
+    """Cells of a type that VTK lacks, arrays that the run does not have, blocks without cells."""
+    options()
+    _, unknown_cells = write_run("--mesh", "tet10", "--cells", "4,2,2", folder="tet10")
+    _, empty_sets = write_run("--empty-sets", folder="empty")
+    _, no_values = write_run("--form", "ascii", "--vars", "auxiliary_output:1,mesh_velocity", folder="none")
+    data = "none/QUENTA.DIR/pipe.1_0_0.out"
+    text = open(data).read()
+    text = re.sub(r"nAoutVecs\s+1", "nAoutVecs\n0", text)                # a variable of no arrays ...
+    text = re.sub(r"aoutVec\s+1\s+(\d+)\s+[^a-z]*", r"aoutVec\n0\n\1\n", text)
+    open(data, "w").write(text)                                          # ... which makes the next one unavailable
+    for log in (unknown_cells, empty_sets, no_values):
+        source = reader(log)
+        source.UpdatePipeline()
+        for name in ("ExtractSurface", "MergeBlocks", "Clip", "Slice", "CellCenters", "PointDatatoCellData", "Contour",
+                     "ExtractEdges", "Threshold"):
+            result = getattr(simple, name)(Input=source)
+            result.UpdatePipeline()
+            simple.Delete(result)
+
+
+# ---- a real run ----
+
+def real(form):
+    expected = os.path.join(REAL_RUN, "expected.npz")
+    if not REAL_RUN or not os.path.exists(expected):
+        skip("no real run")
+    right = numpy.load(expected)
+    options()
+    source = reader(os.path.join(REAL_RUN, form, "disk.1.Log"))
+    source.UpdatePipelineInformation()
+    same(info(source, "TimestepValues"), [0.0, 1.0, 2.0])
+    same(info(source, "PointArrayInfo")[::2], ["velocity", "pressure", "temperature", "AsH3", "CH4", "GaMe3", "H2"])
+    same(info(source, "DataGroupingString"),
+         ['{"ModelName":"disk","ELMs":{"gas":[5]},"CBCs":{"inflow":[1],"walls":[3,4]},"OSFs":{"disk":[4],"outflow":[2]}}'])
+
+    # the nodes of a block in the order of its points: user ids ascend, so both orders of the reader are this one
+    cells = [right["set_" + name] for name in ("inflow", "outflow", "shell", "disk")] + [right["volume"]]
+    nodes = [numpy.unique(c) for c in cells]
+    names = ("velocity", "pressure", "temperature", "AsH3", "CH4", "GaMe3", "H2")
+    for step in (0, 1, 2, 1, 0):
+        factor = (1.0, 0.5, 0.25)[step]
+        grids = blocks(source, step)
+        same(len(grids), 5)
+        for b, grid in enumerate(grids):
+            at = "block %d, step %d" % (b, step)
+            same([grid.GetCellType(i) for i in range(grid.GetNumberOfCells())], [9 if b < 4 else 12] * len(cells[b]), at)
+            same(numpy.array_equal(points(grid), right["points"][nodes[b]].astype(numpy.float32)), True, "points, " + at)
+            same(numpy.array_equal(nodes[b][connectivity(grid)], cells[b]), True, "cells, " + at)
+            shown = arrays(grid)
+            same(set(shown), set(names), at)
+            for name in names:
+                values = (right[name][nodes[b]] * factor).astype(numpy.float32)
+                same(shown[name].dtype, numpy.float32)
+                same(numpy.array_equal(shown[name].reshape(values.shape), values), True, name + ", " + at)
+
+
+@test
+def realRunInText():
+    real("ascii")
+
+
+@test
+def realRunInBinary():
+    real("binary")
+
+
+@test
+def realRunInTheOtherByteOrder():
+    real("swapped")
+
+
+# ---- what is said, by a process of its own ----
+
+OPEN = """
+import sys
+from paraview import simple
+made = {"": None}
+simple.LoadPlugin(sys.argv[1], remote=False, ns=made)
+source = made["zrpMarivaneReader"](FileName=sys.argv[2])
+for time in sys.argv[3:]:
+    source.UpdatePipeline(float(time))
+print("still here")
+"""
+
+
+def said(log, *times):
+    """What a process says that opens a log and updates at the times."""
+    return run_script(OPEN, log, *times)
+
+
+def has(text, *parts):
+    for part in parts:
+        if part not in text:
+            sys.exit("missing: %s\nin: %s" % (part, text))
+
+
+@test
+def printsTheBannerOnce():
+    options("")
+    _, log = write_run("--steps", "2")
+    code, out, err = said(log, 0, 1, 0)
+    same(code, 0)
+    same(out.count("Marivane-Reader: ----------------------------------------------------\n"), 2)
+    has(out, "Marivane-Reader:   problem = pipe\n", "Marivane-Reader:     runId = 1\n", "still here\n")
+
+
+@test
+def printsNothingWithVerboseZero():
+    options("verbose = 0\n")
+    _, log = write_run()
+    same(said(log, 0)[:2], (0, "still here\n"))
+
+
+@test
+def aMissingDatabaseRaisesFourErrors():
+    options()
+    code, out, err = said(os.path.abspath("pipe.1.Log"), 0)
+    same(code, 0)
+    has(err, "Error opening the marivane data base..", "ProblemName pipe", "WorkDir QUENTA.DIR",
+        "ProblemDir " + os.getcwd() + "/")
+    has(out, "time step: -1\nData error in reader. \n", "still here\n")
+
+
+@test
+def aMissingRunIsReported():
+    options()
+    write_run()
+    code, out, err = said(os.path.abspath("run/pipe.7.Log"), 0)
+    same(code, 0)
+    has(out, "Marivane-Reader: *** ERROR: Error opening the Run Id (7)\n"
+             "Marivane-Reader: *** ERROR: Cannot read the the number of nodes/points..exiting..\n"
+             "Marivane-Reader: *** ERROR: Cannot read the coordinates of nodes/points..exiting.\n", "still here\n")
+
+
+@test
+def aDamagedRunEndsTheProcessInOrder():
+    options()
+    _, log = write_run("--form", "ascii")
+    crd = "run/QUENTA.DIR/pipe.1.crd"
+    text = open(crd).read()
+    open(crd, "w").write(text.replace("1 2 3 4 ", "1 2 2 4 ", 1))
+    code, out, err = said(log, 0)
+    same(code, 1)
+    has(err, "Marivane-Reader: *** ASSERTION in Function <mtxNewInvHash>", "Marivane-Reader: *** Duplicate key <2>\n")
+    same("still here" in out, False)
+
+
+@test
+def aLostFileEndsTheProcessInOrder():
+    options()
+    _, log = write_run("--form", "ascii")
+    os.remove("run/QUENTA.DIR/pipe.1.vol0")
+    code, out, err = said(log, 0)
+    same(code, 1)
+    has(err, "Marivane-Reader: *** ASSERTION in Function <", "pipe.1.vol0")
+
+
+if len(sys.argv) < 2:
+    print("\n".join(TESTS))
+    sys.exit(0)
+name = sys.argv[1]
+folder = tempfile.mkdtemp(prefix=name + ".", dir=os.getcwd())
+home = os.getcwd()
+os.chdir(folder)
+TESTS[name]()
+os.chdir(home)
+shutil.rmtree(folder)
+print("passed")
