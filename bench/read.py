@@ -112,6 +112,7 @@ if len(sys.argv) > 4:
     pv.LoadPlugin(sys.argv[4], remote=False, ns=pv.__dict__)
 
 pv.Sphere().UpdatePipeline()                    # what the first source of a session costs is nobody's
+pv.SetActiveSource(None)                        # nor is it anybody's input
 peak_before = peak()
 
 start = time.perf_counter()

@@ -324,17 +324,24 @@ TEST(command, aRepeatedInitRegistersOnce)
     vtkMarivaneReaderProxy_Init(interpreter);
     ASSERT_TRUE(interpreter->HasCommandFunction("vtkMarivaneReaderProxy"));
 
-    /* the interpreter complains of a function that it has already */
-    const std::vector<std::string> errors = errorsOf(interpreter, [&] {
+    /* An interpreter either complains of a function for a name that it has, or takes the new one. So another function is
+       offered: where it was taken, it must still be there after the repetitions, and nobody complains of those. */
+    const bool taken = errorsOf(interpreter, [&] {
+        interpreter->AddCommandFunction("vtkMarivaneReaderProxy", superclassCommand);
+    }).empty();
+    EXPECT_EQ(errorsOf(interpreter, [&] {
         vtkMarivaneReaderProxy_Init(interpreter);
         vtkMarivaneReaderCS_Initialize(interpreter);
         vtkMarivaneReader_Init(interpreter);
         vtkMarivaneReaderModule_Init(interpreter);
-    });
-    EXPECT_EQ(errors.size(), 0u);
-    EXPECT_EQ(errorsOf(interpreter, [&] {
-        interpreter->AddCommandFunction("vtkMarivaneReaderProxy", superclassCommand);
-    }).size(), 1u);
+    }).size(), 0u);
+    vtkNew<vtkMarivaneReaderProxy> proxy;
+    Stream                         message, result;
+    superclassAnswer = 1;
+    superclassAsked.clear();
+    message << Stream::Invoke << static_cast<vtkObjectBase *>(proxy.GetPointer()) << "GetTimeStep" << Stream::End;
+    EXPECT_EQ(interpreter->CallCommandFunction("vtkMarivaneReaderProxy", proxy, "GetTimeStep", message, result), 1);
+    EXPECT_EQ(superclassAsked, taken ? "GetTimeStep" : "");
 
     vtkNew<vtkClientServerInterpreter> other;             /* another interpreter is a new one */
     vtkMarivaneReaderCS_Initialize(other);
