@@ -18,11 +18,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -367,11 +367,22 @@ void readStep(Mesh *mesh, int number, Step *step)
 
 /* ---- the command ---- */
 
-template <class F> double seconds(F f)
+struct Times { std::vector<double> wall, cpu; };
+
+double now(clockid_t clock)
 {
-    const auto start = std::chrono::steady_clock::now();
+    struct timespec t;
+    clock_gettime(clock, &t);
+    return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
+}
+
+/* adds the time and the processor time (of all threads) of f() */
+template <class F> void timed(Times *times, F f)
+{
+    const double wall = now(CLOCK_MONOTONIC), cpu = now(CLOCK_PROCESS_CPUTIME_ID);
     f();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    times->wall.push_back(now(CLOCK_MONOTONIC) - wall);
+    times->cpu.push_back(now(CLOCK_PROCESS_CPUTIME_ID) - cpu);
 }
 
 double peakMegabytes()
@@ -395,11 +406,17 @@ double sum(Step *step, int v)
     return total;
 }
 
-void printList(const char *name, const std::vector<double> &list)
+void printList(const std::string &name, const std::vector<double> &list)
 {
-    std::printf(", \"%s\": [", name);
+    std::printf("\"%s\": [", name.c_str());
     for (size_t i = 0; i < list.size(); ++i) std::printf("%s%.6f", i ? ", " : "", list[i]);
-    std::printf("]");
+    std::printf("], ");
+}
+
+void printTimes(const std::string &name, const Times &times)
+{
+    printList(name, times.wall);
+    printList(name + "_cpu", times.cpu);
 }
 
 }
@@ -414,18 +431,19 @@ int main(int argc, char **argv)
 
     Mesh mesh;
     Step step;
-    std::vector<double> next, back;
-    const double open = seconds([&] {
+    Times open, next, back;
+    timed(&open, [&] {
         readMesh(log, &mesh);
         readStep(&mesh, 0, &step);
     });
-    for (int s = 1; s < nSteps; ++s) next.push_back(seconds([&] { readStep(&mesh, s, &step); }));
-    for (int s = nSteps - 3; s >= 0; s -= 2) back.push_back(seconds([&] { readStep(&mesh, s, &step); }));
+    for (int s = 1; s < nSteps; ++s) timed(&next, [&] { readStep(&mesh, s, &step); });
+    for (int s = nSteps - 3; s >= 0; s -= 2) timed(&back, [&] { readStep(&mesh, s, &step); });
 
-    std::printf("{\"open\": %.6f", open);
-    printList("next", next);
-    printList("back", back);
-    std::printf(", \"peak\": %.1f, \"sums\": [%.17g, %.17g, %.17g]}\n", peakMegabytes(), sum(&step, 0), sum(&step, 1),
+    std::printf("{");
+    printTimes("open", open);
+    printTimes("next", next);
+    printTimes("back", back);
+    std::printf("\"peak\": %.1f, \"sums\": [%.17g, %.17g, %.17g]}\n", peakMegabytes(), sum(&step, 0), sum(&step, 1),
                 sum(&step, 2));
     return 0;
 }

@@ -84,7 +84,7 @@ int iopGetFileOpt(const char *name);
 int64_t iopFileSize(const char *name);
 int     iopFileTime(const char *name);
 
-/* Back to the first token; the counters and the last string start anew. */
+/* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. */
 void iopRewind(iopHd *hd);
 
 /* How far the file was read: "in ascii file <name> token <12> near <last string>". One text for all handles,
@@ -154,6 +154,13 @@ void iopPutBinInts(iopHd *hd, int *src, int n);
 /* The place of the next token, to return to. It does not hold the counters. */
 int64_t iopGetLoc(iopHd *hd);
 void    iopSetLoc(iopHd *hd, int64_t loc);
+
+/* How many tokens were read so far, the <12> of iopFileInfo. Never fails. */
+int  iopGetTokens(const iopHd *hd);
+
+/* To a place at which iopGetLoc and iopGetTokens gave these; last: the last string before it. Whoever fails from there
+   on says the same as if all before it had been read. */
+void iopSetPlace(iopHd *hd, int64_t loc, int nTokens, const char *last);
 
 /* ---- keyed items: the key, then a value, or nCols, nRows and the values ----
 

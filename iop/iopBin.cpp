@@ -73,10 +73,10 @@ static void checkTag(iopHd *hd, int *budget)
     int intSize, realSize;
     if (!readTag(hd, tag, budget) || !parseTag(tag, &hd->fileInt, &intSize, &hd->fileReal, &realSize)) {
         tag[SYS_NAME] = 0;
-        iopGiveUp(hd, "Invalid binary tag <%s>; %s", tag, iopFileInfo(hd));
+        iopGiveUp(hd, "iopOpenFile", "Invalid binary tag <%s>; %s", tag, iopFileInfo(hd));
     }
-    if (intSize != 4) iopGiveUp(hd, "Incompatible integers <%d> vs. <%d>", intSize, 4);
-    if (realSize != 8) iopGiveUp(hd, "Incompatible reals <%d> vs. <%d>", realSize, 8);
+    if (intSize != 4) iopGiveUp(hd, "iopOpenFile", "Incompatible integers <%d> vs. <%d>", intSize, 4);
+    if (realSize != 8) iopGiveUp(hd, "iopOpenFile", "Incompatible reals <%d> vs. <%d>", realSize, 8);
     if (hd->fileReal == CVT_REAL_BE) hd->fileFloat = CVT_FLOAT_BE;
     if (hd->fileReal == CVT_REAL_LE) hd->fileFloat = CVT_FLOAT_LE;
 }
@@ -84,7 +84,7 @@ static void checkTag(iopHd *hd, int *budget)
 static void writeTag(iopHd *hd)
 {
     const int n = fprintf(hd->fp, "%s %s %d %d %d %d\n", magic, sysGetVersion(), hd->fileInt, 4, hd->fileReal, 8);
-    if (n < 0 || fflush(hd->fp) != 0) iopGiveUp(hd, "unable to write the tag %s", iopFileInfo(hd));
+    if (n < 0 || fflush(hd->fp) != 0) iopGiveUp(hd, "iopOpenFile", "unable to write the tag %s", iopFileInfo(hd));
 }
 
 void iopBinOpen(iopHd *hd, int *budget)
@@ -93,7 +93,7 @@ void iopBinOpen(iopHd *hd, int *budget)
         const int error = errno;
         char name[SYS_NAME + 8];
         iopDiskName(hd, name, sizeof name);
-        iopGiveUp(hd, "unable to open binary file <%s>; %s", name, strerror(error));
+        iopGiveUp(hd, "iopOpenFile", "unable to open binary file <%s>; %s", name, strerror(error));
     }
     if (hd->opt & IOP_RAW) return;
     if (hd->opt & IOP_READ) checkTag(hd, budget);

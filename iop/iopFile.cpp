@@ -189,7 +189,7 @@ void iopCloseFile(iopHd *hd)
     recycle(hd);
 }
 
-void iopGiveUp(iopHd *hd, const char *format, ...)
+void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
 {
     char text[SYS_TEXT];
     va_list args;
@@ -199,14 +199,7 @@ void iopGiveUp(iopHd *hd, const char *format, ...)
     if (hd->fp) fclose(hd->fp);
     hd->fp = NULL;
     recycle(hd);
-    sysFail("%s", text);
-}
-
-void iopRewind(iopHd *hd)
-{
-    if (hd->fp) iopSetLoc(hd, hd->dataStart);
-    hd->nTokens = hd->nDataSets = 0;
-    strcpy(hd->lastToken, "__NONE__");
+    sysFailIn(function, "%s", text);
 }
 
 /* ---- questions ---- */
@@ -218,7 +211,7 @@ int iopCheckFile(const char *name, int opt)
     checkForm(name, opt);
     storeName(stored, baseName(name, opt));
     diskName(onDisk, sizeof onDisk, stored, formOf(opt & IOP_FORMS), opt);
-    FILE *fp = iopOpenToRead(onDisk, "r");
+    FILE *fp = iopOpenToRead(onDisk, "re");
     if (!fp) return 0;
     fclose(fp);
     return 1;

@@ -79,8 +79,10 @@ extern "C" {
 
 /* iopFile.cpp */
 void iopDiskName(const iopHd *hd, char *name, int size);  /* the stored name with the form's suffix         */
-/* Fails, after the handle was closed and recycled: for a failure in which its owner cannot do that. */
-SYS_NORETURN void iopGiveUp(iopHd *hd, const char *format, ...) __attribute__((format(printf, 2, 3)));
+/* Fails in the name of `function`, after the handle was closed and recycled: for a failure in which its owner cannot
+   do that. */
+SYS_NORETURN void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
 
 /* iopStream.cpp: what the forms on a stdio stream share. Reading goes past stdio: see there. */
 FILE   *iopOpenToRead(const char *name, const char *mode);    /* null, errno: not there, or no plain file      */

@@ -185,8 +185,33 @@ int64_t iopGetLoc(iopHd *hd)
     return hd->form->getLoc(hd);
 }
 
+static void setLoc(iopHd *hd, int64_t loc, int reread)
+{
+    if (!hd->form->setLoc(hd, loc, reread))
+        sysFailIn("iopSetLoc", "Unable to set location <%lld> <%s>", (long long) loc, iopFileInfo(hd));
+}
+
 void iopSetLoc(iopHd *hd, int64_t loc)
 {
-    if (!hd->form->setLoc(hd, loc, 0))
-        sysFail("Unable to set location <%lld> <%s>", (long long) loc, iopFileInfo(hd));
+    setLoc(hd, loc, 0);
+}
+
+int iopGetTokens(const iopHd *hd)
+{
+    return hd->nTokens;
+}
+
+void iopSetPlace(iopHd *hd, int64_t loc, int nTokens, const char *last)
+{
+    setLoc(hd, loc, 0);
+    hd->nTokens = nTokens;
+    snprintf(hd->lastToken, SYS_NAME, "%s", last);
+}
+
+/* What was read ahead is forgotten, as if the file had been opened anew */
+void iopRewind(iopHd *hd)
+{
+    if (hd->fp) setLoc(hd, hd->dataStart, 1);
+    hd->nTokens = hd->nDataSets = 0;
+    strcpy(hd->lastToken, "__NONE__");
 }

@@ -48,7 +48,8 @@ FILE *iopOpenToRead(const char *name, const char *mode)
     return fopen(name, mode);
 }
 
-/* Both set: reading wins. A file to be read may still have to be made by its writer. */
+/* Both set: reading wins. A file to be read may still have to be made by its writer. What the host starts is not to
+   inherit our files: "e" closes them there. */
 int iopStreamOpen(iopHd *hd, int *budget)
 {
     const int bytes = hd->opt & (IOP_BINARY | IOP_RAW);
@@ -57,14 +58,14 @@ int iopStreamOpen(iopHd *hd, int *budget)
     if (hd->opt & IOP_READ) {
         int error;
         do {
-            hd->fp = iopOpenToRead(name, bytes ? "rb" : "r");
+            hd->fp = iopOpenToRead(name, bytes ? "rbe" : "re");
             error = errno;
         } while (!hd->fp && iopWait(budget));
         errno = error;                              /* the wait may have changed it */
     } else if (hd->opt & IOP_APPEND) {
-        hd->fp = fopen(name, bytes ? "ab" : "a");
+        hd->fp = fopen(name, bytes ? "abe" : "ae");
     } else {
-        hd->fp = fopen(name, bytes ? "wb" : "w");
+        hd->fp = fopen(name, bytes ? "wbe" : "we");
     }
     if (!hd->fp) return 0;
     if (hd->opt & IOP_APPEND && !(hd->opt & IOP_READ)) fseeko(hd->fp, 0, SEEK_END);
@@ -82,7 +83,7 @@ void iopStreamClose(iopHd *hd)
     iopDiskName(hd, name, sizeof name);
     if (hd->opt & IOP_DELETE) remove(name);
     /* what stdio still held did not reach the disk: the file is not what the caller wrote */
-    else if (failed) iopGiveUp(hd, "unable to write file <%s>; %s", name, strerror(error));
+    else if (failed) iopGiveUp(hd, "iopCloseFile", "unable to write file <%s>; %s", name, strerror(error));
 }
 
 /* ---- reading ahead ---- */

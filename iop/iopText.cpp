@@ -25,7 +25,7 @@ void iopTextOpen(iopHd *hd, int *budget)
     const int error = errno;
     char name[SYS_NAME + 8];
     iopDiskName(hd, name, sizeof name);
-    iopGiveUp(hd, "unable to open ascii file <%s>; %s", name, strerror(error));
+    iopGiveUp(hd, "iopOpenFile", "unable to open ascii file <%s>; %s", name, strerror(error));
 }
 
 /* ---- bytes ---- */

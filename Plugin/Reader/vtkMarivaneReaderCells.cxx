@@ -2,8 +2,8 @@
  *
  * The database writes connectivity in user ids. A block wants its nodes numbered from 0: its node list holds, for each
  * local id, the node's position among the run's nodes. So each entry takes two steps, user id to position and position
- * to local id. The first goes through the library's id hash, which costs one subtraction where user ids are
- * consecutive. The second needs no hash: an array that is indexed by position holds the local ids.
+ * to local id. The first goes through vtkMarivaneIdMap. For the second an array that is indexed by position holds the
+ * local ids.
  *
  * The node list of a surface set is in the order of user ids, that of a volume set in the order of positions. The two
  * agree where user ids ascend.
@@ -34,37 +34,60 @@
 
 static_assert(sizeof(vtkIdType) == 2 * sizeof(int), "connectivity is widened in place from 4 to 8 bytes");
 
-/* From user id to position in "usrIds". */
+/* From user id to position in "usrIds". Consecutive ids need a subtraction, ids that do not lie far apart a table that
+   is no larger than the library's hash would be, and all others that hash. */
 class vtkMarivaneIdMap
 {
 public:
-    /* Does not return if an id other than 0 is there twice. */
-    vtkMarivaneIdMap(const int *ids, int n) : Hash(n > 0 ? mtxNewInvHash(ids, n) : nullptr), Count(n)
+    /* Does not return if an id other than 0 is there twice. Of a doubled 0 the first position holds. */
+    vtkMarivaneIdMap(const int *ids, int n) : Count(n)
     {
-        if (!this->Hash) return;
-        const int64_t pairs = int(n * 1.5 + 1.0);
-        this->Dense = this->Hash[2 * pairs] == 0;
-        this->First = ids[0];
+        if (n < 1) return;
+        bool consecutive = true;
+        int  low = ids[0], high = ids[0];
+        for (int i = 0; i < n; ++i) {
+            consecutive &= ids[i] == int64_t(ids[0]) + i;
+            low = std::min(low, ids[i]);
+            high = std::max(high, ids[i]);
+        }
+        this->First = low;
+        this->Range = int64_t(high) - low + 1;
+        if (consecutive)                 return;
+        if (this->Range <= 3 * int64_t(n)) this->MakeTable(ids);
+        else                             this->Hash = mtxNewInvHash(ids, n);
     }
     void Free() { memFree(this->Hash); }
 
-    /* -1 if the id is unknown. The hash itself does not look at the range. */
+    /* -1 if the id is unknown. */
     int Position(int id) const
     {
-        int64_t at = int64_t(id) - this->First;
-        if (!this->Dense) {
-            int notFound = !this->Hash;
-            at = this->Hash ? mtxIfInvHash(this->Hash, this->Count, id, &notFound) : -1;
-            if (notFound) at = -1;
+        if (this->Hash) {
+            int       notFound = 0;
+            const int at = mtxIfInvHash(this->Hash, this->Count, id, &notFound);
+            return !notFound && at >= 0 && at < this->Count ? at : -1;
         }
-        return at >= 0 && at < this->Count ? int(at) : -1;
+        const int64_t at = int64_t(id) - this->First;
+        if (at < 0 || at >= this->Range) return -1;
+        return this->Table.Data() ? this->Table[at] : int(at);
     }
 
 private:
-    int    *Hash;
-    int     Count;
-    bool    Dense = false;
-    int64_t First = 0;
+    void MakeTable(const int *ids)
+    {
+        this->Table.Resize(this->Range);
+        int *table = this->Table.Data();
+        vtkMarivaneFor(0, this->Range, [=](int64_t i) { table[i] = -1; });
+        for (int i = 0; i < this->Count; ++i) {
+            int *at = &table[int64_t(ids[i]) - this->First];
+            if (*at < 0)     *at = i;
+            else if (ids[i]) sysFailIn("mtxNewInvHash", "Duplicate key <%d>", ids[i]);
+        }
+    }
+
+    int                    *Hash = nullptr;
+    vtkMarivaneBuffer<int>  Table;
+    int                     Count;
+    int64_t                 First = 0, Range = 0;
 };
 
 /* The ids that a loop did not find: the first one, and the smallest one. */
@@ -237,7 +260,8 @@ void vtkMarivaneReader::ReadSurfaceSet(int set, const vtkMarivaneIdMap &nodes, c
 }
 
 /* Nodes in use, ascending, into `list`; in the result for each node from `lowest` its place in the list. */
-static void rankNodes(const int *ids, int64_t n, vtkMarivaneBuffer<int> &list, vtkMarivaneBuffer<int> &ranks, int &lowest)
+static void rankNodes(const int *ids, int64_t n, vtkMarivaneBuffer<int> &list, vtkMarivaneBuffer<int> &ranks,
+                      int &lowest)
 {
     struct Range { int low, high; };
     const Range range = tbb::parallel_reduce(

@@ -31,7 +31,8 @@ __attribute__((format(printf, 1, 2))) static std::string formatted(const char *f
 /* The format with each %s replaced by the name. */
 static std::string filled(std::string format, const std::string &name)
 {
-    for (size_t at = 0; (at = format.find("%s", at)) != std::string::npos; at += name.size()) format.replace(at, 2, name);
+    for (size_t at = 0; (at = format.find("%s", at)) != std::string::npos; at += name.size())
+        format.replace(at, 2, name);
     return format;
 }
 

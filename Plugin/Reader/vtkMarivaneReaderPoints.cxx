@@ -67,8 +67,8 @@ void vtkMarivaneReader::PlaceBlockPoints()
 /* Reads values of a variable at all nodes into Reals. A request that fails leaves zeros, or zeros behind what it had
    read; nothing is reported. Returns false where there is nothing to read.
 
-   The library clears the whole array before it fills it, so that nothing need be cleared here: only a request that fails
-   before that leaves the array alone, and is known by a mark in its last value. */
+   The library clears the whole array before it fills it, so that nothing need be cleared here: only a request that
+   fails before that leaves the array alone, and is known by a mark in its last value. */
 bool vtkMarivaneReader::ReadReals(const char *key, int variable, int step, int dimension)
 {
     const int64_t n = int64_t(std::max(dimension, 0)) * this->NumberOfNodes;

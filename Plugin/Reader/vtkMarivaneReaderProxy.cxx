@@ -158,7 +158,8 @@ void vtkMarivaneReaderProxy::UpdateSelection()
     for (int a = 0; a < this->Reader->GetNumberOfArrays(); ++a) {
         const char *name = this->Reader->GetArrayName(a);
         this->PointDataArraySelection->AddArray(name);
-        if (before->ArrayExists(name) && !before->ArrayIsEnabled(name)) this->PointDataArraySelection->DisableArray(name);
+        if (before->ArrayExists(name) && !before->ArrayIsEnabled(name))
+            this->PointDataArraySelection->DisableArray(name);
     }
 }
 
@@ -285,7 +286,8 @@ int vtkMarivaneReaderProxy::RequestData(vtkInformation *, vtkInformationVector *
     vtkInformation *info = outputs->GetInformationObject(0);
     if (info->Has(Pipeline::UPDATE_TIME_STEP())) {
         this->TimeValue = info->Get(Pipeline::UPDATE_TIME_STEP());
-        this->TimeStep = stepAt(this->TimeValue, info->Get(Pipeline::TIME_STEPS()), info->Length(Pipeline::TIME_STEPS()));
+        this->TimeStep =
+            stepAt(this->TimeValue, info->Get(Pipeline::TIME_STEPS()), info->Length(Pipeline::TIME_STEPS()));
         this->ActualTimeStep = this->TimeStep;
     }
 

@@ -44,8 +44,8 @@ struct Call {
 
     bool replyObject(vtkObjectBase *object) const { return reply<vtkObjectBase *>(object); }
 
-    /* A result that has an owner, as an interpreter's has, keeps a reference of its own, and that from making the object
-       is given back. A result without owner keeps none: then the reference goes on with the pointer. */
+    /* A result that has an owner, as an interpreter's has, keeps a reference of its own, and that from making the
+       object is given back. A result without owner keeps none: then the reference goes on with the pointer. */
     bool replyNew(vtkObjectBase *object) const
     {
         const int references = object->GetReferenceCount();

@@ -30,7 +30,7 @@ public:
 };
 
 /* The loader must forget the library when it goes. vtkPVPluginLoader.h holds a static
-   vtkPVPluginLoaderCleanerInitializer, made before this object, which keeps the loader's own tables alive until then. */
+   vtkPVPluginLoaderCleanerInitializer, made before this object: it keeps the loader's own tables alive until then. */
 static struct Unloading {
     ~Unloading() { vtkPVPluginLoader::PluginLibraryUnloaded("zrpMarivaneReader"); }
 } unloading;

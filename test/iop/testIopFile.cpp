@@ -1,5 +1,6 @@
 /* testIopFile.cpp: names, suffixes, opening and closing. */
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -179,6 +180,8 @@ TEST(iopFile, missingFileIsWaitedFor)
     };
     int slept = 0;
     for (const auto &row : rows) {
+        checkFails("in Function <iopOpenFile>", iopOpenFile("p.B", row.opt | IOP_READ));
+        EXPECT_EQ(testSlept(), slept += 2);
         checkFails(row.text, iopOpenFile("p.B", row.opt | IOP_READ));
         EXPECT_EQ(testSlept(), slept += 2);
         checkFails(row.text, iopOpenFile("p.B", row.opt | IOP_READ | IOP_LONG_WAIT));
@@ -349,6 +352,7 @@ TEST(iopFile, failedOpenGivesItsHandleBack)
     iopCloseFile(fh);
     for (int i = 0; i < 5000; ++i)                      /* more than a process may have open */
         checkFails("Invalid binary tag <no tag>; ", iopOpenFile("t", IOP_BINARY | IOP_READ));
+    checkFails("in Function <iopOpenFile>", iopOpenFile("t", IOP_BINARY | IOP_READ));
     checkFails("unable to open ascii file", iopOpenFile("none", IOP_ASCII | IOP_READ));
     iopHd *again = iopOpenFile("a", IOP_ASCII | IOP_READ);
     EXPECT_EQ(again, fh);
@@ -457,6 +461,33 @@ TEST(iopFile, rewindGoesBackBehindTheTag)
         EXPECT_EQ(value, 5);
         iopCloseFile(fh);
     }
+}
+
+/* A writer that goes back over its file is seen after a rewind, however little of it there is */
+TEST(iopFile, rewindReadsTheFileAnew)
+{
+    forEachForm(form) {
+        TokenBytes(form).i(1).i(2).write();
+        iopHd *fh = openTokens(form);
+        int value = 0;
+        iopGetIntF(fh, &value, 1);
+        TokenBytes(form).i(7).i(8).write();
+        iopRewind(fh);
+        iopGetIntF(fh, &value, 1);
+        EXPECT_EQ(value, 7);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopFile, programsThatTheHostStartsDoNotInheritIt)
+{
+    static const int modes[] = { IOP_WRITE, IOP_WRITE | IOP_APPEND, IOP_READ };
+    for (int form : { IOP_ASCII, IOP_BINARY })
+        for (int mode : modes) {
+            iopHd *fh = iopOpenFile("a", form | mode);
+            EXPECT_TRUE(fcntl(fileno(fh->fp), F_GETFD) & FD_CLOEXEC) << form << " " << mode;
+            iopCloseFile(fh);
+        }
 }
 
 TEST(iopFile, sizeAndTime)

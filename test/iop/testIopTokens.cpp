@@ -430,6 +430,33 @@ TEST(iopTokens, locationsLeadBack)
     }
 }
 
+/* What fails behind a place says the same, whether all before it was read or the place was gone to */
+TEST(iopTokens, placesLeadBackWithTheirCounters)
+{
+    forEachForm(form) {
+        TokenBytes(form).s("a").i(5).s("b").i(6).s("c").write();
+        int value;
+        iopHd *fh = openTokens(form);
+        iopGetKeyInt(fh, "a", &value);
+        const int64_t loc = iopGetLoc(fh);
+        const int nTokens = iopGetTokens(fh);
+        EXPECT_EQ(nTokens, 2);
+        iopGetKeyInt(fh, "b", &value);
+        const std::string text = trapped([&] { iopGetIntF(fh, &value, 1), iopGetIntF(fh, &value, 1); });
+        for (int i = 0; i < 2; ++i) {
+            iopSetPlace(fh, loc, nTokens, "a");
+            EXPECT_EQ(iopGetLoc(fh), loc);
+            EXPECT_EQ(iopGetTokens(fh), 2);
+            EXPECT_NE(std::string(iopFileInfo(fh)).find("token <2> near <a>"), std::string::npos);
+            iopGetKeyInt(fh, "b", &value);
+            EXPECT_EQ(value, 6);
+            EXPECT_EQ(trapped([&] { iopGetIntF(fh, &value, 1), iopGetIntF(fh, &value, 1); }), text);
+        }
+        checkFails("Unable to set location <-1> <in ", iopSetPlace(fh, -1, 0, "a"));
+        iopCloseFile(fh);
+    }
+}
+
 /* ---- access ---- */
 
 TEST(iopTokens, writtenFilesAreNotRead)

@@ -3,10 +3,28 @@
 #include <time.h>
 #include <unistd.h>
 
-unsigned sleep(unsigned seconds) { return seconds - seconds; }
-int usleep(useconds_t time) { return time != time; }
-int nanosleep(const struct timespec *wanted, struct timespec *left) { return wanted == left; }
+unsigned sleep(unsigned seconds)
+{
+    (void) seconds;
+    return 0;
+}
+
+int usleep(useconds_t time)
+{
+    (void) time;
+    return 0;
+}
+
+int nanosleep(const struct timespec *wanted, struct timespec *left)
+{
+    (void) wanted;
+    (void) left;
+    return 0;
+}
+
 int clock_nanosleep(clockid_t clock, int flags, const struct timespec *wanted, struct timespec *left)
 {
-    return clock != clock || flags != flags || wanted == left;
+    (void) clock;
+    (void) flags;
+    return nanosleep(wanted, left);
 }

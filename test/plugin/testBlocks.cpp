@@ -57,7 +57,8 @@ static void expectBlocks(const tool::RunModel &model)
 TEST(blocks, ofEveryKindOfMeshFormAndNumbering)
 {
     static const struct { const char *name; tool::Mesh mesh; } meshes[] = {
-        { "hex", tool::Mesh::hex }, { "tet", tool::Mesh::tet }, { "tet10", tool::Mesh::tet10 }, { "mixed", tool::Mesh::mixed }
+        { "hex", tool::Mesh::hex }, { "tet", tool::Mesh::tet }, { "tet10", tool::Mesh::tet10 },
+        { "mixed", tool::Mesh::mixed }
     };
     static const struct { const char *name; tool::Form form; } forms[] = {
         { "ascii", tool::Form::ascii }, { "binary", tool::Form::binary }, { "swapped", tool::Form::swapped }
@@ -197,16 +198,70 @@ TEST(blocks, ofSeveralUnknownIdsTheSameIsAlwaysReported)
         std::string row;
         for (int i = 0; i < 3; ++i) row += std::to_string(model.usrIds[cnn[i]]) + " ";
         edit(surface ? "QUENTA.DIR/pipe.1.sfs0" : "QUENTA.DIR/pipe.1.vol0", row, "9003 9001 9002 ");
-        EXPECT_NE(readFailure("pipe.1.Log").find(surface ? "Key <9001> not found" : "Key <9003> not found"), std::string::npos);
+        const std::string failure = readFailure("pipe.1.Log");
+        EXPECT_NE(failure.find(surface ? "Key <9001> not found" : "Key <9003> not found"), std::string::npos) << failure;
+    }
+}
+
+/* ids that are few and far apart take another way than those that lie close */
+TEST(blocks, idsMayBeFarApart)
+{
+    tool::RunSpec spec = quietRun();
+    spec.scattered = true;
+    tool::RunModel model(spec);
+    for (size_t i = 0; i < model.usrIds.size(); ++i) model.usrIds[i] = int(2147483647u - 40000000u * i);
+    expectBlocks(model);
+    std::swap(model.usrIds[3], model.usrIds[7]);
+    expectBlocks(model);
+    std::vector<int> &cnn = model.vols[0].cnn;
+    for (int id : { 0, 5, -1, 2147483646, -2147483647 - 1 }) {
+        tool::writeRun(model);
+        const std::string first = std::to_string(model.usrIds[cnn[0]]) + " ";
+        edit("QUENTA.DIR/pipe.1.vol0", first + std::to_string(model.usrIds[cnn[1]]) + " ", first + std::to_string(id) + " ");
+        const std::string failure = readFailure("pipe.1.Log");
+        EXPECT_NE(failure.find("Key <" + std::to_string(id) + "> not found"), std::string::npos) << failure;
     }
 }
 
 TEST(blocks, aRepeatedUserIdEndsTheRead)
 {
-    tool::RunSpec spec = quietRun();
-    tool::writeRun(tool::RunModel(spec));
-    edit("QUENTA.DIR/pipe.1.crd", "1 2 3 4 ", "1 2 2 4 ");
-    EXPECT_NE(readFailure("pipe.1.Log").find("Duplicate key <2>"), std::string::npos);
+    for (const char *ids : { "1 2 2 4 ", "1 2 2 2000000000 " }) {         /* close together, and far apart */
+        tool::RunSpec spec = quietRun();
+        tool::writeRun(tool::RunModel(spec));
+        edit("QUENTA.DIR/pipe.1.crd", "1 2 3 4 ", ids);
+        const std::string failure = readFailure("pipe.1.Log");
+        EXPECT_NE(failure.find("ASSERTION in Function <mtxNewInvHash>"), std::string::npos) << failure;
+        EXPECT_NE(failure.find("Duplicate key <2>"), std::string::npos) << failure;
+    }
+}
+
+/* a doubled 0 is not noticed, and stands for its first position: the mesh has a node too few, and nothing else */
+TEST(blocks, aRepeatedIdZeroIsNotNoticed)
+{
+    for (const char *four : { "4 ", "2000000000 " }) {
+        tool::RunModel model(quietRun());
+        tool::writeRun(model);
+        edit("QUENTA.DIR/pipe.1.crd", "1 2 3 4 5 ", std::string("1 0 0 ") + four + "5 ");
+        for (const char *file : { "vol0", "sfs0", "sfs1", "sfs2", "sfs3" })
+            for (const auto &renamed : { std::make_pair(" 2 ", " 0 "), std::make_pair(" 3 ", " 0 "),
+                                         std::make_pair(" 4 ", (const char *) nullptr) }) {
+                const std::string path = std::string("QUENTA.DIR/pipe.1.") + file;
+                const std::string to = renamed.second ? renamed.second : std::string(" ") + four;
+                std::string text = testRead(path);
+                const size_t connectivity = text.rfind("intVec");
+                for (size_t at = connectivity; (at = text.find(renamed.first, at + 1)) != std::string::npos;)
+                    text.replace(at, 3, to);
+                testWrite(path, text);
+            }
+        vtkNew<TestReader> reader;
+        checkReturns(reader->ReadData("pipe.1.Log"));
+        const int volume = int(model.sfss.size());
+        EXPECT_LT(reader->GetPoints(volume, 0)->GetNumberOfPoints(), model.nNodes);
+        const int *nodes = reader->GetBlockNodeIds(volume);
+        const int *end = nodes + reader->GetPoints(volume, 0)->GetNumberOfPoints();
+        EXPECT_NE(std::find(nodes, end, 1), end);         /* the first of the two */
+        EXPECT_EQ(std::find(nodes, end, 2), end);
+    }
 }
 
 /* -------- groups -------- */
@@ -227,8 +282,10 @@ static std::string groupText(const char *key, const std::vector<tool::ShownGroup
 
 static std::string groupingText(const tool::RunModel &model)
 {
-    std::string text = "{\"ModelName\":\"" + model.spec.problem + "\"," + groupText("ELMs", model.shownGroups(tool::Family::elm))
-        + "," + groupText("CBCs", model.shownGroups(tool::Family::cbc)) + "," + groupText("OSFs", model.shownGroups(tool::Family::osf));
+    std::string text = "{\"ModelName\":\"" + model.spec.problem + "\"";
+    text += "," + groupText("ELMs", model.shownGroups(tool::Family::elm));
+    text += "," + groupText("CBCs", model.shownGroups(tool::Family::cbc));
+    text += "," + groupText("OSFs", model.shownGroups(tool::Family::osf));
     if (!model.rsfs.empty()) text += "," + groupText("RSFs", model.shownGroups(tool::Family::rsf));
     if (!model.srss.empty()) text += "," + groupText("SRSs", model.shownGroups(tool::Family::srs));
     return text + "}";
@@ -282,8 +339,8 @@ TEST(groups, boundaryConditionsOfOneNameAreMerged)
     reader->ReadData("pipe.1.Log");
     EXPECT_EQ(reader->CbcGroups.Ids, (Ids{ { 0, { 1, 0 } }, { 1, { 1, 2, 3 } }, { 2, { 2 } } }));
     EXPECT_EQ(reader->CbcGroups.Names, (std::vector<std::string>{ "single", "walls", "other", "walls" }));
-    EXPECT_NE(std::string(reader->GetDataGroupingString()).find("\"CBCs\":{\"single\":[2,1],\"walls\":[2,3,4],\"other\":[3]}"),
-              std::string::npos);
+    const std::string text = reader->GetDataGroupingString();
+    EXPECT_NE(text.find("\"CBCs\":{\"single\":[2,1],\"walls\":[2,3,4],\"other\":[3]}"), std::string::npos) << text;
 }
 
 TEST(groups, othersOfOneNameStandTwice)
@@ -295,7 +352,8 @@ TEST(groups, othersOfOneNameStandTwice)
     tool::writeRun(model);
     vtkNew<TestReader> reader;
     reader->ReadData("pipe.1.Log");
-    EXPECT_NE(std::string(reader->GetDataGroupingString()).find("\"OSFs\":{\"out\":[2],\"out\":[1]}"), std::string::npos);
+    const std::string text = reader->GetDataGroupingString();
+    EXPECT_NE(text.find("\"OSFs\":{\"out\":[2],\"out\":[1]}"), std::string::npos) << text;
 }
 
 TEST(groups, elementSetsStartBehindTheSurfaceSets)

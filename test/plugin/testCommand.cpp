@@ -324,8 +324,8 @@ TEST(command, aRepeatedInitRegistersOnce)
     vtkMarivaneReaderProxy_Init(interpreter);
     ASSERT_TRUE(interpreter->HasCommandFunction("vtkMarivaneReaderProxy"));
 
-    /* An interpreter either complains of a function for a name that it has, or takes the new one. So another function is
-       offered: where it was taken, it must still be there after the repetitions, and nobody complains of those. */
+    /* An interpreter either complains of a function for a name that it has, or takes the new one. So another function
+       is offered: where it was taken, it must still be there after the repetitions, and nobody complains of those. */
     const bool taken = errorsOf(interpreter, [&] {
         interpreter->AddCommandFunction("vtkMarivaneReaderProxy", superclassCommand);
     }).empty();

@@ -115,7 +115,8 @@ TEST(names, ofTheDatabase)
 {
     tool::RunSpec spec;
     spec.form = tool::Form::ascii;
-    spec.setVars("velocity,pressure,species:2,auxiliary_output:2,mesh_displacement,field:3,mesh_displacement_midstep,film:2");
+    spec.setVars("velocity,pressure,species:2,auxiliary_output:2,mesh_displacement,field:3,mesh_displacement_midstep,"
+                 "film:2");
     spec.setSteps(2);
     tool::RunModel model(spec);
     tool::writeRun(model);

@@ -135,7 +135,8 @@ TEST(open, theUndefinedProblemRaisesFourErrors)
     ASSERT_EQ(errors.size(), 4u);
     const char *texts[] = { "Error opening the marivane data base..", "ProblemName _undefined", "WorkDir QUENTA.DIR",
                             "ProblemDir ./" };
-    for (int i = 0; i < 4; ++i) EXPECT_NE(errors[i].find(std::string("): ") + texts[i] + "\n"), std::string::npos) << errors[i];
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NE(errors[i].find(std::string("): ") + texts[i] + "\n"), std::string::npos) << errors[i];
     EXPECT_EQ(said, "");
     EXPECT_STREQ(rdbGetError(), "Undefined problem");
     EXPECT_EQ(reader->GetNumberOfSets(), 0);

@@ -160,7 +160,8 @@ TEST(points, areWrittenAsText)
         double xyz[3];
         char   line[200];
         o.model.crd(i, xyz);
-        snprintf(line, sizeof line, "x=%le,y=%le,z=%le\n", double(float(xyz[0])), double(float(xyz[1])), double(float(xyz[2])));
+        for (double &x : xyz) x = float(x);
+        snprintf(line, sizeof line, "x=%le,y=%le,z=%le\n", xyz[0], xyz[1], xyz[2]);
         expected += line;
     }
     EXPECT_EQ(testRead("crd.txt"), expected);
@@ -183,7 +184,8 @@ TEST(values, ofEveryShapeAtEveryStepAndBack)
             tool::writeRun(model);
             vtkNew<vtkMarivaneReaderProxy> proxy;
             proxy->SetFileName(tool::logFile(spec).c_str());
-            for (int step : { 0, 2, 1, 3, 0 }) EXPECT_EQ(differs(model, update(proxy, step), step), "") << spec.dir << step;
+            for (int step : { 0, 2, 1, 3, 0 })
+                EXPECT_EQ(differs(model, update(proxy, step), step), "") << spec.dir << step;
         }
 }
 
@@ -285,7 +287,7 @@ TEST(values, thatTheDatabaseLacksAreZerosInSilence)
     Opened o(quietRun("pressure,velocity"));
     o.reader->GetArrayData(0, 1, 0);                      /* leaves something in every buffer */
     rename("QUENTA.DIR/pipe.1.ddc", "gone");
-    vtkNew<TestReader> other;                             /* without a decomposition the request fails before it begins */
+    vtkNew<TestReader> other;                             /* the request fails before it begins */
     std::string said = printed([&] { other->ReadData("pipe.1.Log"); });
     other->GetArrayData(0, 1, 0);
     said += printed([&] { other->GetArrayData(1, 1, 0); });

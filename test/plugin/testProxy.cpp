@@ -357,7 +357,8 @@ TEST(proxy, printSelfTellsItsState)
     std::ostringstream text, pointer;
     proxy->PrintSelf(text, vtkIndent(2));
     pointer << proxy->GetPointDataArraySelection();
-    const std::string head = "  PointDataArraySelection: " + pointer.str() + "\n  NumberOfTimeSteps: 0\n  TimeStep: 4\n";
+    const std::string head = "  PointDataArraySelection: " + pointer.str()
+        + "\n  NumberOfTimeSteps: 0\n  TimeStep: 4\n";
     EXPECT_NE(text.str().find(head + "  FileName: (null)\n  TimeStepRange: 2 7\n"), std::string::npos) << text.str();
 
     proxy->SetFileName("x.1.Log");

@@ -53,7 +53,7 @@ def load():
 
 
 def run_script(script, *args):
-    """Exit code, standard output and standard error of a pvpython that runs a script on the plugin and more arguments."""
+    """Exit code, standard output and standard error of a pvpython that runs a script with the plugin as argument."""
     open("script.py", "w").write(script)
     environment = dict(os.environ, LD_PRELOAD=os.environ["RDB_NO_SLEEP"])
     done = subprocess.run([shutil.which("pvpython"), "script.py", PLUGIN] + [str(a) for a in args], env=environment,
@@ -118,7 +118,8 @@ def check_values(grids, expect, step):
             for c, (c0, cx, cy, cz, cs, cxs) in enumerate(a["formulas"]):
                 x, y, z = xyz.T
                 right = (c0 + cx * x + cy * y + cz * z + cs * step + cxs * x * step).astype(numpy.float32)
-                same(numpy.array_equal(values[:, c], right), True, "%s of %s at step %d" % (a["name"], block["name"], step))
+                same(numpy.array_equal(values[:, c], right), True,
+                     "%s of %s at step %d" % (a["name"], block["name"], step))
 
 
 # ---- the shell ----
@@ -165,7 +166,8 @@ def answersItsInformationProperties():
     same(info(source, "PointArrayInfo"), [text for name in names for text in (name, "1")])
     grouping = json.loads(info(source, "DataGroupingString")[0])
     same(grouping.pop("ModelName"), "pipe")
-    same(grouping, {key: {g["name"]: g["blocks"] for g in groups} for key, groups in expect["groups"].items() if groups})
+    same(grouping,
+         {key: {g["name"]: g["blocks"] for g in groups} for key, groups in expect["groups"].items() if groups})
     same(info(source, "BlockCentroids"), [0.0] * 3 * len(expect["blocks"]))
     same(info(source, "LoadExtVariables"), [""])
 
@@ -179,15 +181,18 @@ def deliversBlocksOfEveryKind():
                                     "--empty-sets", folder=mesh + form)
             source = reader(log)
             grids = blocks(source)
-            same([(g.GetNumberOfCells(), g.GetNumberOfPoints(), g.GetCellType(0) if g.GetNumberOfCells() else 0) for g in grids],
-                 [(b["nCells"], b["nPoints"], b["cellType"] if b["nCells"] else 0) for b in expect["blocks"]], mesh + form)
+            same([(g.GetNumberOfCells(), g.GetNumberOfPoints()) for g in grids],
+                 [(b["nCells"], b["nPoints"]) for b in expect["blocks"]], mesh + form)
+            same([g.GetCellType(0) for g in grids if g.GetNumberOfCells()],
+                 [b["cellType"] for b in expect["blocks"] if b["nCells"]], mesh + form)
             check_values(grids, expect, 0)
 
 
 @test
 def followsTimeAndSelection():
     options()
-    expect, log = write_run("--steps", "4", "--first-step", "5", "--stride", "10", "--vars", "velocity,pressure,temperature")
+    expect, log = write_run("--steps", "4", "--first-step", "5", "--stride", "10",
+                            "--vars", "velocity,pressure,temperature")
     source = reader(log)
     for time, step in ((0, 0), (2, 2), (1, 1), (2.5, 3), (99, 3), (0, 0)):
         check_values(blocks(source, time), expect, step)
@@ -208,7 +213,8 @@ def movesTheMesh():
         for grid, still in zip(blocks(source, step), rest):
             moved = points(grid)
             by = arrays(grid)["mesh_displacement"].astype(float)
-            same(numpy.array_equal(moved, (still + by).astype(numpy.float32) if step else still), True, "step %d" % step)
+            expected = (still + by).astype(numpy.float32) if step else still
+            same(numpy.array_equal(moved, expected), True, "step %d" % step)
 
 
 @test
@@ -257,7 +263,8 @@ def real(form):
     same(info(source, "TimestepValues"), [0.0, 1.0, 2.0])
     same(info(source, "PointArrayInfo")[::2], ["velocity", "pressure", "temperature", "AsH3", "CH4", "GaMe3", "H2"])
     same(info(source, "DataGroupingString"),
-         ['{"ModelName":"disk","ELMs":{"gas":[5]},"CBCs":{"inflow":[1],"walls":[3,4]},"OSFs":{"disk":[4],"outflow":[2]}}'])
+         ['{"ModelName":"disk","ELMs":{"gas":[5]},"CBCs":{"inflow":[1],"walls":[3,4]},'
+          '"OSFs":{"disk":[4],"outflow":[2]}}'])
 
     # the nodes of a block in the order of its points: user ids ascend, so both orders of the reader are this one
     cells = [right["set_" + name] for name in ("inflow", "outflow", "shell", "disk")] + [right["volume"]]
@@ -269,7 +276,8 @@ def real(form):
         same(len(grids), 5)
         for b, grid in enumerate(grids):
             at = "block %d, step %d" % (b, step)
-            same([grid.GetCellType(i) for i in range(grid.GetNumberOfCells())], [9 if b < 4 else 12] * len(cells[b]), at)
+            types = [grid.GetCellType(i) for i in range(grid.GetNumberOfCells())]
+            same(types, [9 if b < 4 else 12] * len(cells[b]), at)
             same(numpy.array_equal(points(grid), right["points"][nodes[b]].astype(numpy.float32)), True, "points, " + at)
             same(numpy.array_equal(nodes[b][connectivity(grid)], cells[b]), True, "cells, " + at)
             shown = arrays(grid)

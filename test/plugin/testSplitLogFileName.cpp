@@ -70,7 +70,8 @@ TEST(splitLogFileName, longNamesAreTakenWholeOrRefused)
 {
     for (size_t n : { 1000, 4000, 8180, 8191, 8192, 8193, 9000, 20000 })
         for (bool directory : { false, true }) {
-            const std::string name = directory ? std::string(n - 1, 'd') + "/case.1.Log" : std::string(n - 6, 'c') + ".1.Log";
+            const std::string name = directory ? std::string(n - 1, 'd') + "/case.1.Log"
+                                               : std::string(n - 6, 'c') + ".1.Log";
             SCOPED_TRACE(std::to_string(n) + (directory ? " directory" : " name"));
             static Split      s;
             static std::string failure;
