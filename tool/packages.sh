@@ -33,8 +33,8 @@ install_packages() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
 }
 
-# ccache keeps builds of a fresh clone warm; the compiler sees paths relative to the checkout
+# ccache keeps builds warm, those of a fresh clone in the same place too
 use_ccache() {
     export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-    export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=time_macros
+    export CCACHE_NOHASHDIR=1
 }

@@ -6,6 +6,7 @@
 #include "Plugin/Reader/vtkMarivaneTimer.h"
 
 #include "vtkCallbackCommand.h"
+#include "vtkCellType.h"
 #include "vtkDataArraySelection.h"
 #include "vtkDoubleArray.h"
 #include "vtkFloatArray.h"
@@ -17,6 +18,7 @@
 #include "vtkPointData.h"
 #include "vtkStreamingDemandDrivenPipeline.h"
 #include "vtkUnstructuredGrid.h"
+#include "vtkVersionMacros.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -322,6 +324,16 @@ void vtkMarivaneReaderProxy::BuildBlocks()
     }
 }
 
+/* A type that VTK lacks, -1, reaches the pipeline as it is, which filters report. Those of VTK 9.0 crash on it: there it
+   goes as a cell without a shape, which they pass over. */
+static int pipelineCellType(int cellType)
+{
+#if VTK_MAJOR_VERSION == 9 && VTK_MINOR_VERSION == 0
+    if (cellType < 0) return VTK_EMPTY_CELL;
+#endif
+    return cellType;
+}
+
 /* Points and cells, those of the first build wherever the mesh has not moved. The reference step keeps the points of
    the first build, whichever step that was. */
 void vtkMarivaneReaderProxy::BuildStructure(int block, vtkUnstructuredGrid *grid)
@@ -335,7 +347,7 @@ void vtkMarivaneReaderProxy::BuildStructure(int block, vtkUnstructuredGrid *grid
         vtkCellArray *cells = this->Reader->GetCells(block);
         vtkPoints    *points = this->Reader->GetPoints(block, this->TimeStep);
         /* without coordinates the block stays empty: filters crash on cells of no points */
-        if (cells && points) grid->SetCells(int(this->Reader->GetCellType(block)), cells);
+        if (cells && points) grid->SetCells(pipelineCellType(int(this->Reader->GetCellType(block))), cells);
         grid->SetPoints(points);
         if (hasCache) {
             if (!this->CachedGrids[block]) this->CachedGrids[block] = vtkSmartPointer<vtkUnstructuredGrid>::New();
