@@ -13,7 +13,6 @@
 #include <errno.h>
 #include <float.h>
 #include <limits.h>
-#include <locale.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -256,15 +255,6 @@ static int simpleReal(const char *s, const char *end, double *value)
     return 1;
 }
 
-/* Numbers have a point for a decimal sign whatever the host's language is. */
-static locale_t plainLocale(void)
-{
-    static locale_t plain;
-    if (!plain) plain = newlocale(LC_ALL_MASK, "C", (locale_t) 0);
-    if (!plain) sysFail("unable to get the plain locale");
-    return plain;
-}
-
 int iopScanReal(iopHd *hd, void *dest)
 {
     const int n = scanDecimal(hd);
@@ -275,7 +265,7 @@ int iopScanReal(iopHd *hd, void *dest)
         if (!simpleReal(s, s + n, &value)) {
             const char kept = s[n];                 /* room for it: see iopFill */
             s[n] = 0;
-            value = strtod_l(s, NULL, plainLocale());
+            value = strtod_l(s, NULL, sysPlainLocale());
             s[n] = kept;
         }
         memcpy(dest, &value, sizeof value);
@@ -292,7 +282,7 @@ int iopScanFloat(iopHd *hd, void *dest)
         char *s = hd->ahead.data + hd->ahead.pos;
         const char kept = s[n];
         s[n] = 0;
-        const float value = strtof_l(s, NULL, plainLocale());
+        const float value = strtof_l(s, NULL, sysPlainLocale());
         s[n] = kept;
         memcpy(dest, &value, sizeof value);
     }

@@ -96,9 +96,9 @@ RDB_API const char *rdbGetError(void);
        rdbAssertEndTrap();
 
    Traps nest, up to 100 deep. A failure jumps to the innermost one and leaves it armed: both ways out must come by
-   rdbAssertEndTrap. What the abandoned calls had allocated or opened is lost. A handle stays usable, but if it has a
-   pdir the process stays in there, for later calls too. Objects with destructors must not live between the trap and
-   the calls. */
+   rdbAssertEndTrap. What the abandoned calls had allocated or opened is lost, and what stands in the buffers that they
+   were to fill is undefined. A handle stays usable, but if it has a pdir the process stays in there, for later calls
+   too. Objects with destructors must not live between the trap and the calls. */
 RDB_API jmp_buf *rdbAssertEnv(void);
 
 /* The text of the last failure caught, two lines: where it was, and what. */

@@ -16,7 +16,6 @@
 #include "rdb/rdbInt.h"
 
 #include <limits.h>
-#include <locale.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -61,9 +60,8 @@ static const char *scanInt(const char *s, int *num)
 /* Reads "%le", whatever the process' locale takes for a decimal point. A number cut in its exponent is none. */
 static const char *scanReal(const char *s, double *real)
 {
-    static const locale_t plain = newlocale(LC_ALL_MASK, "C", (locale_t) 0);
     char *end;
-    *real = plain ? strtod_l(s, &end, plain) : strtod(s, &end);
+    *real = strtod_l(s, &end, sysPlainLocale());
     const int cut = (*end == 'e' || *end == 'E') && !memchr(s, *end, end - s);
     return end > s && !cut ? end : NULL;
 }

@@ -149,11 +149,12 @@ static void freeCaches(runHd *run)
     for (int p = 0; run->sdNodes && p < run->nSds; ++p) memFree(run->sdNodes[p]);
     memFree(run->sdNodes);
     memFree(run->sdNNodes);
+    memFree(run->sdFirst);
     memFree(run->usrIdHash);
     memFree(run->idBuf);
     memFree(run->srfBuf);
     for (rdbOutInfo *&info : run->out) rdbDropOutInfo(&info);
-    rdbDropStepFiles(run);
+    rdbDropReading(run);
 }
 
 int rdbCloseRun(rdbHd *hd)

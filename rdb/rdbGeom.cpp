@@ -20,14 +20,23 @@ iopHd *rdbOpenDataFile(rdbHd *hd, const char *name, int form)
     return rdbOpenReadFile(hd, name, form);
 }
 
-/* Reads one count of the table's head and compares it */
-static void checkCount(rdbHd *hd, iopHd *fh, const char *function, const char *key, const char *text, int expected)
+static void checkCount(rdbHd *hd, const char *function, const char *text, int n, int expected)
 {
-    int n;
-    iopGetKeyInt(fh, key, &n);
     if (n == expected) return;
     rdbCloseHeld(hd);
     sysFailIn(function, "%s <%d> error", text, n);
+}
+
+/* The table's head: all of it is read before any of it is compared */
+static void readHead(rdbHd *hd, iopHd *fh, const char *function, int nParts, int nRows, int nCols)
+{
+    int parts, rows, cols;
+    iopGetKeyInt(fh, "nParts", &parts);
+    iopGetKeyInt(fh, "nRows", &rows);
+    iopGetKeyInt(fh, "nCols", &cols);
+    checkCount(hd, function, "nParts", parts, nParts);
+    checkCount(hd, function, "nRows ", rows, nRows);
+    checkCount(hd, function, "nCols ", cols, nCols);
 }
 
 /* The part's own head; neither number is needed */
@@ -43,9 +52,7 @@ int rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, 
 {
     const int width = part == nParts - 1 ? nCols - part : 1;
     iopHd    *fh = rdbHoldFile(hd, rdbOpenDataFile(hd, file, iopGetFileOpt(file)));
-    checkCount(hd, fh, function, "nParts", "nParts", nParts);
-    checkCount(hd, fh, function, "nRows", "nRows ", nRows);
-    checkCount(hd, fh, function, "nCols", "nCols ", nCols);
+    readHead(hd, fh, function, nParts, nRows, nCols);
     for (int p = 0; p < part; ++p) {
         readPartHead(fh);
         iopSkipInts(fh, "intVec");
@@ -57,8 +64,8 @@ int rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, 
     return 1;
 }
 
-/* Tables below this size are not compared: what they ask for does no harm, and a file that was cut is reported by
-   whoever reads it. */
+/* Tables below this size are not compared: what they ask for does no harm, and a file that was cut, or is not there, is
+   reported by whoever reads it. */
 static const int64_t smallTable = 16 << 20;
 
 int rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, int *fits)
@@ -66,13 +73,10 @@ int rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, in
     if (*fits || !file) return 1;
     const int form = iopGetFileOpt(file);
     if (nRows < 0 || nInts < 0 || nReals < 0) return rdbFail("file <%s> cannot hold %d rows", file, nRows);
-    if (form & (IOP_ASCII | IOP_BINARY)) {
-        const int64_t inMemory = (int64_t) nInts * 4 + (int64_t) nReals * 8;
-        const int64_t onDisk = form & IOP_BINARY ? inMemory : ((int64_t) nInts + nReals) * 2;
-        const int64_t size = iopFileSize(file);
-        if (size > 0 && inMemory > 0 && nRows > smallTable / inMemory && nRows > size / onDisk)
-            return rdbFail("file <%s> cannot hold %d rows", file, nRows);
-    }
+    const int64_t inMemory = (int64_t) nInts * 4 + (int64_t) nReals * 8;
+    const int64_t onDisk = form & IOP_BINARY ? inMemory : ((int64_t) nInts + nReals) * 2;
+    if (!(form & (IOP_ASCII | IOP_BINARY)) || inMemory == 0 || nRows <= smallTable / inMemory) return 1;
+    if (nRows > iopFileSize(file) / onDisk) return rdbFail("file <%s> cannot hold %d rows", file, nRows);
     *fits = 1;
     return 1;
 }

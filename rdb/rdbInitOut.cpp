@@ -136,34 +136,42 @@ void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *h
 
 /* -------------------------------------------------------------------------------------------------------- steps */
 
-/* Compiles the family's expression. A problem name stands in it as it is, special characters included. */
-static void compileNames(rdbHd *hd, const rdbOutFam *fam, rePattern *pattern, unsigned char *code, int size)
+/* The family's expression in force; the engine grows its code as it needs, and the code stays for the next scan. */
+static rePattern pattern;
+
+/* Compiles it. A problem name stands in it as it is, special characters included. */
+static void compileNames(rdbHd *hd, const rdbOutFam *fam)
 {
     char text[SYS_TEXT];
     const int length = snprintf(text, sizeof text, "^%s.%d_([0-9]+)_[0x].%s(\\.[BZH])?$", hd->problem, hd->run->runId,
                                 fam->ext);
     if (length >= (int) sizeof text) sysFailIn(fam->initName, "problem name is too long <%.64s>", hd->problem);
-    memset(pattern, 0, sizeof *pattern);
-    pattern->buffer = code;
-    pattern->allocated = size;
-    const char *failure = reCompilePattern(text, length, pattern);
+    const char *failure = reCompilePattern(text, length, &pattern);
     if (failure) sysFailIn(fam->initName, "%s", failure);
+}
+
+/* The number in a name's first group. That is a group of the problem name's if it has one, of any text or none. */
+static long groupNumber(const rdbOutFam *fam, const char *name, const reRegisters *regs)
+{
+    char      digits[SYS_TEXT];
+    const int length = regs->end[1] - regs->start[1];
+    if (length < 1) sysFailIn(fam->initName, "Inconsistent pattern matching for file <%s>", name);
+    snprintf(digits, sizeof digits, "%.*s", length, name + regs->start[1]);
+    return strtol(digits, NULL, 10);
 }
 
 /* The steps of the listed names, ascending, each once. A number that is no step number has no file that "%d" names. */
 static void findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
 {
-    unsigned char code[SYS_TEXT];
-    rePattern     pattern;
-    reRegisters   regs;
-    compileNames(hd, fam, &pattern, code, (int) sizeof code);
+    reRegisters regs;
+    compileNames(hd, fam);
     info->steps = memNew(int, hd->nFiles);
     int n = 0;
     for (int i = 0; i < hd->nFiles; ++i) {
         const char *name = hd->files[i];
         if (reMatch(&pattern, name, (int) strlen(name), 0, &regs) < 1) continue;
-        const long step = strtol(name + regs.start[1], NULL, 10);
-        if (step <= INT_MAX) info->steps[n++] = (int) step;
+        const long step = groupNumber(fam, name, &regs);
+        if (step >= INT_MIN && step <= INT_MAX) info->steps[n++] = (int) step;
     }
     info->nSteps = sysSortUniqueInts(info->steps, n);
     info->times = memNew(double, info->nSteps);
@@ -204,7 +212,8 @@ int rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var)
 
 /* ------------------------------------------------------------------------------------------------ the catalogue */
 
-/* Bytes of a step's files together, and the least that a real takes in them; 0 where the size on disk tells nothing */
+/* Bytes of a step's files together, and the least that a real takes in them; 0 where the size on disk tells nothing,
+   as where a part is missing. A run without subdomains has the parts that are there. */
 static int64_t stepSize(rdbHd *hd, const rdbOutFam *fam, const char *base, int *realSize)
 {
     char path[SYS_TEXT + 8];
@@ -213,13 +222,16 @@ static int64_t stepSize(rdbHd *hd, const rdbOutFam *fam, const char *base, int *
     *realSize = opt & IOP_BINARY ? 8 : opt & IOP_ASCII ? 2 : 0;
     if (*realSize == 0) return 0;
     if (merged) return iopFileSize(strcat(path, rdbFormSuffix(opt)));
-    int64_t size = 0;
-    for (int p = 0; opt && p < hd->run->nSds; ++p) {
+    const int nSds = hd->run->nSds;
+    int64_t   size = 0;
+    for (int p = 0; nSds < 1 || p < nSds; ++p) {
         char name[SYS_TEXT];
         rdbFormat(name, "%s%d.%s", base, p, fam->ext);
         opt = rdbFindFile(hd, name);
+        if (!opt && nSds > 0) *realSize = 0;
+        if (!opt) break;
         rdbFormat(path, "%s/%s%s", hd->dir, name, rdbFormSuffix(opt));
-        if (opt) size += iopFileSize(path);
+        size += iopFileSize(path);
     }
     return size;
 }

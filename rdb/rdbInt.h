@@ -207,6 +207,7 @@ typedef struct runHd {
     int    sdRead;                                                  /* the .ddc has been read      */
     int   *sdNNodes;                                                /* nSds; null before that      */
     int  **sdNodes;                                                 /* positions in usrIds, from 0 */
+    int   *sdFirst;                                                 /* of a list n, n + 1, ...: n; -1 */
     int    sdCover;                                                 /* the lists reach every node  */
     int    nNodes;
     char  *crdFile;
@@ -376,8 +377,8 @@ iopHd *rdbOpenDataFile(rdbHd *hd, const char *name, int form);
 int    rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, int nRows, int nCols, int part,
                     int *ints, double *reals);
 /* A count of rows that its file cannot hold is refused before anybody sizes a buffer by it: 1, or 0 and the error text.
-   A row has nInts integers and nReals reals. A file that is not on disk, or null, refuses nothing. *fits remembers a
-   good answer. */
+   A row has nInts integers and nReals reals. Small tables are taken as they come, and null, which is no file, refuses
+   nothing. *fits remembers that the file was looked at and holds them. */
 int    rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, int *fits);
 
 /* rdbInitOut.cpp, rdbOut.cpp: outputs on the run's nodes */
@@ -394,8 +395,8 @@ void rdbOutBase(rdbHd *hd, int step, char *base);
 /* Reals per node of a variable; var: row of the family's table */
 int  rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var);
 void rdbDropOutInfo(rdbOutInfo **info);
-/* Closes what the run keeps open, or was left with, between two requests */
-void rdbDropStepFiles(runHd *run);
+/* Drops what the run keeps between two requests, or was left with by a jump: open files, half a catalogue, ids */
+void rdbDropReading(runHd *run);
 
 #define OUT_FAM(CACHE, Fam, fam, ...) extern const rdbOutFam fam##Fam;
 #include "rdb/rdbOutFams.def"

@@ -8,7 +8,10 @@
  * Clients ask for several arrays of one step in a row. So the run keeps the files of the step that was read last: the
  * handles, up to a number, and for each part the locations of the keys that have been met. The next array is read
  * from the nearest of them. This must not be seen but by speed: a file that is no longer the one that was opened is
- * opened anew and walked from its start, another step drops all, and so does the end of the run.
+ * opened anew and walked from its start, another step drops all, and so does the end of the run. How soon a rewritten
+ * file is seen to be another one is up to the system: on a network file system its cache of attributes bounds it.
+ *
+ * The arrays go straight into the caller's buffer. A failure that does not return leaves in it what had been read.
  *
  * A read may be left by a jump at any place. It marks the record as busy, and one that is found busy is dropped.
  *
@@ -21,28 +24,31 @@
 #include <sys/stat.h>
 #include <time.h>
 
-/* Which file it was: its place, its size and its last change */
+/* Which file it was: its place, its size and its last change. The time of the contents can be put back; the time of
+   the record of the file cannot. */
 typedef struct fileId {
     dev_t           dev;
     ino_t           ino;
     off_t           size;
-    struct timespec changed;
+    struct timespec changed, recordChanged;
 } fileId;
 
 typedef struct stepFile {
-    iopHd  *fh;                   /* null: not open                                              */
-    int     opt;                  /* form; 0: not listed                                         */
-    int     known;                /* `id` tells the file that the locations of its parts are of  */
-    fileId  id;
-    int64_t at;                   /* where fh stands                                             */
+    iopHd *fh;                    /* null: not open                                              */
+    int    opt;                   /* form; 0: not listed                                         */
+    int    known;                 /* `id` tells the file that the places of its parts are of     */
+    fileId id;
 } stepFile;
 
+typedef struct keyPlace {
+    int64_t loc;
+    int     nTokens;              /* before it, in the file                                      */
+} keyPlace;
+
 typedef struct stepPart {
-    int64_t start;                /* of the header; -1: not known                                */
-    int64_t end;                  /* merged: behind the last array; -1: not known                */
-    int     nLocs;                /* keys met so far, and one behind                             */
-    int64_t *locs;                /* where the family's key k stands, or would                   */
-    int     first;                /* the part's nodes are first, first + 1, ...; -1: they are not */
+    int       nPlaces;            /* keys met so far, and one behind; 0: not even the header     */
+    keyPlace *places;             /* where the family's key k stands, or would                   */
+    int       ended;              /* merged: the way to its end has been gone                    */
 } stepPart;
 
 struct rdbStepFiles {
@@ -50,10 +56,10 @@ struct rdbStepFiles {
     int       step, merged;
     int       busy;               /* being made or read, or left by a jump out of that           */
     int       nFiles, nParts;     /* nFiles: 1 if merged                                         */
-    int       nKept;              /* files kept open; of others only the locations stay          */
+    int       nKept;              /* files kept open; of others only the places stay             */
     stepFile *files;
     stepPart *parts;
-    int64_t  *locs;               /* of all parts                                                */
+    keyPlace *places;             /* of all parts                                                */
     char      base[SYS_TEXT];
 };
 
@@ -66,18 +72,18 @@ static void closeFile(stepFile *file)
     if (fh) iopCloseFile(fh);
 }
 
-static void forgetPart(stepPart *part)
+/* Nothing is known of a file and its parts any more */
+static void forgetParts(rdbStepFiles *st, int f)
 {
-    part->start = part->end = -1;
-    part->nLocs = 0;
+    st->files[f].known = 0;
+    for (int p = st->merged ? 0 : f; p < (st->merged ? st->nParts : f + 1); ++p)
+        st->parts[p].nPlaces = st->parts[p].ended = 0;
 }
 
-/* Nothing is known of a file and its parts any more */
 static void forgetFile(rdbStepFiles *st, int f)
 {
     closeFile(&st->files[f]);
-    st->files[f].known = 0;
-    for (int p = st->merged ? 0 : f; p < (st->merged ? st->nParts : f + 1); ++p) forgetPart(&st->parts[p]);
+    forgetParts(st, f);
 }
 
 static void dropStep(runHd *run)
@@ -87,11 +93,11 @@ static void dropStep(runHd *run)
     for (int f = 0; st->files && f < st->nFiles; ++f) closeFile(&st->files[f]);
     memFree(st->files);
     memFree(st->parts);
-    memFree(st->locs);
+    memFree(st->places);
     memFree(run->stepFiles);
 }
 
-void rdbDropStepFiles(runHd *run)
+void rdbDropReading(runHd *run)
 {
     dropStep(run);
     iopHd *fh = run->reading;
@@ -99,14 +105,6 @@ void rdbDropStepFiles(runHd *run)
     if (fh) iopCloseFile(fh);
     rdbDropOutInfo(&run->outNew);
     memFree(run->idBuf);
-}
-
-/* The first of a list of consecutive nodes, or -1: such a part needs no map, its rows are read as they lie */
-static int firstOf(const int *nodes, int n)
-{
-    for (int i = 1; i < n; ++i)
-        if (nodes[i] != nodes[0] + i) return -1;
-    return n > 0 ? nodes[0] : 0;
 }
 
 /* How many files to keep open: a small share of what the process may have open in all */
@@ -131,13 +129,9 @@ static rdbStepFiles *newStep(rdbHd *hd, const rdbOutFam *fam, int step, int merg
     st->nKept = nToKeep();
     st->files = memNewZ(stepFile, st->nFiles);
     st->parts = memNewZ(stepPart, st->nParts);
-    st->locs = memNew(int64_t, (int64_t) st->nParts * nKeys);
+    st->places = memNew(keyPlace, (int64_t) st->nParts * nKeys);
     rdbOutBase(hd, step, st->base);
-    for (int p = 0; p < st->nParts; ++p) {
-        st->parts[p].locs = st->locs + (int64_t) p * nKeys;
-        st->parts[p].first = firstOf(run->sdNodes[p], run->sdNNodes[p]);
-        forgetPart(&st->parts[p]);
-    }
+    for (int p = 0; p < st->nParts; ++p) st->parts[p].places = st->places + (int64_t) p * nKeys;
     st->busy = 0;
     return st;
 }
@@ -193,13 +187,19 @@ static int lookAt(const char *path, int opt, fileId *id)
     id->ino = st.st_ino;
     id->size = st.st_size;
     id->changed = st.st_mtim;
+    id->recordChanged = st.st_ctim;
     return 1;
+}
+
+static int sameTime(const struct timespec *a, const struct timespec *b)
+{
+    return a->tv_sec == b->tv_sec && a->tv_nsec == b->tv_nsec;
 }
 
 static int sameId(const fileId *a, const fileId *b)
 {
-    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && a->changed.tv_sec == b->changed.tv_sec &&
-           a->changed.tv_nsec == b->changed.tv_nsec;
+    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && sameTime(&a->changed, &b->changed) &&
+           sameTime(&a->recordChanged, &b->recordChanged);
 }
 
 /* The time of the last change tells one change from the next only after a while: a tenth of a second, or two where
@@ -212,27 +212,38 @@ static int isSettled(const fileId *id)
     return age > (id->changed.tv_nsec ? 0.1 : 2.0);
 }
 
-/* Opens file f of the step, unless it is open and still the same. What is looked at before the open is at worst an
-   older state than the one that is read, which shows at the next look. Compressed files are not kept: going back in
-   one means to decode it again or to hold all of it. */
+/* Opens file f, of which nothing is known. What is looked at before the open is at worst an older state than the one
+   that is read, which shows at the next look. Compressed files are not kept: going back in one means to decode it
+   again or to hold all of it. */
+static void openNew(rdbHd *hd, stepFile *file, const char *path)
+{
+    const int there = lookAt(path, file->opt, &file->id);
+    file->fh = rdbOpenReadFile(hd, path, file->opt);
+    file->known = there && isSettled(&file->id) && !(file->opt & IOP_COMPRESSED);
+}
+
+/* Opens again a file of which only the places stayed. It may have become another one just before that: only if it
+   has not are the places its own. Otherwise it is read like a new one, and not kept. */
+static void openAgain(rdbHd *hd, rdbStepFiles *st, int f, const char *path)
+{
+    stepFile *file = &st->files[f];
+    fileId    id;
+    file->fh = rdbOpenReadFile(hd, path, file->opt);
+    if (!lookAt(path, file->opt, &id) || !sameId(&id, &file->id)) forgetParts(st, f);
+}
+
+/* Opens file f of the step, unless it is open and still the same. An open one may have been written while it was read
+   ahead: it is asked for its bytes anew. */
 static stepFile *openFile(rdbHd *hd, rdbStepFiles *st, int f)
 {
     stepFile *file = &st->files[f];
     char      path[SYS_TEXT];
     fileId    id;
     partPath(hd, st, f, path);
-    const int there = lookAt(path, file->opt, &id);
-    if (!there || !file->known || !sameId(&id, &file->id)) forgetFile(st, f);
-    if (file->fh) return file;
-
-    const int isNew = !file->known;
-    file->fh = rdbOpenReadFile(hd, path, file->opt);
-    file->at = iopGetLoc(file->fh);
-    if (isNew) {
-        file->id = id;
-        file->known = there && isSettled(&id) && !(file->opt & IOP_COMPRESSED);
-        st->parts[f].start = file->at;
-    }
+    if (!file->known || !lookAt(path, file->opt, &id) || !sameId(&id, &file->id)) forgetFile(st, f);
+    if (file->fh) iopRewind(file->fh);
+    else if (file->known) openAgain(hd, st, f, path);
+    else openNew(hd, file, path);
     return file;
 }
 
@@ -245,32 +256,33 @@ static void releaseFile(rdbStepFiles *st, int f)
 
 /* ------------------------------------------------------------------------------------------------------ one part */
 
-static void goTo(stepFile *file, int64_t loc)
+/* To key k, which was met: failures then say the same as after a walk to it */
+static void goTo(const rdbStepFiles *st, stepFile *file, const stepPart *part, int k)
 {
-    if (file->at != loc) iopSetLoc(file->fh, loc);
-    file->at = loc;
+    const keyPlace *place = &part->places[k];
+    iopSetPlace(file->fh, place->loc, place->nTokens, k > 0 ? st->fam->vars[k - 1].key : "nNodes");
 }
 
 /* Key k stands here, and those before it were met */
-static void noteLoc(stepFile *file, stepPart *part, int k)
+static void notePlace(stepFile *file, stepPart *part, int k)
 {
-    file->at = iopGetLoc(file->fh);
-    part->locs[k] = file->at;
-    if (part->nLocs < k + 1) part->nLocs = k + 1;
+    part->places[k].loc = iopGetLoc(file->fh);
+    part->places[k].nTokens = iopGetTokens(file->fh);
+    if (part->nPlaces < k + 1) part->nPlaces = k + 1;
 }
 
-/* The part must have as many nodes as the decomposition gives it: its rows are put where that one says. */
+/* The header of a part that has not been met: the file stands there, at its start or behind the part before. The part
+   must have as many nodes as the decomposition gives it: its rows are put where that one says. */
 static void readHead(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p)
 {
     rdbOutHead head;
     int        nNodes;
-    goTo(file, st->parts[p].start);
     rdbReadOutHead(file->fh, st->fam, NULL, &head);
     iopGetKeyInt(file->fh, "nNodes", &nNodes);
     if (nNodes != hd->run->sdNNodes[p])
         sysFailIn(st->fam->valuesName, "Inconsistent nNodes in file <%s>: <%d> vs. <%d> of subdomain <%d>",
                   iopFileName(file->fh), nNodes, hd->run->sdNNodes[p], p);
-    noteLoc(file, &st->parts[p], 0);
+    notePlace(file, &st->parts[p], 0);
 }
 
 /* The rows of variable `var` in part p, to their nodes in data. Every key below must stand in the file. */
@@ -279,28 +291,26 @@ static void readArray(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p, int va
     const rdbOutVar *vars = st->fam->vars;
     stepPart        *part = &st->parts[p];
     const int        width = rdbOutVarWidth(hd, st->fam, var), nNodes = hd->run->sdNNodes[p];
-    if (part->nLocs == 0) readHead(hd, st, file, p);
-    int k = var < part->nLocs ? var : part->nLocs - 1;
-    goTo(file, part->locs[k]);
+    const int        first = hd->run->sdFirst[p];
+    if (part->nPlaces == 0) readHead(hd, st, file, p);
+    int k = var < part->nPlaces ? var : part->nPlaces - 1;
+    goTo(st, file, part, k);
     for (; k < var; ++k) {
         iopSkipReals(file->fh, vars[k].key);
-        noteLoc(file, part, k + 1);
+        notePlace(file, part, k + 1);
     }
-    if (part->first < 0) iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, hd->run->sdNodes[p], data);
-    else iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, NULL, data + (int64_t) part->first * width);
-    noteLoc(file, part, var + 1);
+    if (first < 0) iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, hd->run->sdNodes[p], data);
+    else iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, NULL, data + (int64_t) first * width);
+    notePlace(file, part, var + 1);
 }
 
 /* In the merged form the next part begins behind the last array that is there. Arrays above `var` are optional, and
-   wherever such a walk starts it ends at the same place. */
+   wherever such a walk starts it ends at the same place. Once the next part has been met it is gone to directly. */
 static void skipToEnd(rdbStepFiles *st, stepFile *file, int p, int var)
 {
-    stepPart *part = &st->parts[p];
-    if (part->end < 0) {
-        for (int k = var + 1; k < st->fam->nVars; ++k) iopSkipRealsIf(file->fh, st->fam->vars[k].key);
-        part->end = file->at = iopGetLoc(file->fh);
-    }
-    if (p + 1 < st->nParts) st->parts[p + 1].start = part->end;
+    if (st->parts[p].ended) return;
+    for (int k = var + 1; k < st->fam->nVars; ++k) iopSkipRealsIf(file->fh, st->fam->vars[k].key);
+    st->parts[p].ended = 1;
 }
 
 /* -------------------------------------------------------------------------------------------------------- values */
@@ -331,7 +341,8 @@ static int getNSteps(rdbHd *hd, const rdbOutFam *fam, int *n)
 }
 
 /* i1: position in the list of variables, i2: in the list of steps. Nodes that no part has are zero; where the parts
-   have them all, and none is missing, nothing need be zeroed before. */
+   have them all, and none is missing, nothing need be zeroed before. A run without subdomains has no part to read, but
+   a step whose file cannot be opened fails all the same. */
 static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *data)
 {
     runHd *run = hd->run;
@@ -343,10 +354,12 @@ static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *da
     const size_t      size = sizeof(double) * (size_t) run->nNodes * (size_t) rdbOutVarWidth(hd, fam, var);
 
     rdbOutBase(hd, step, base);
-    if (!rdbFindFormFile(hd, base, fam->ext, path, &merged)) {
+    const int form = rdbFindFormFile(hd, base, fam->ext, path, &merged);
+    if (!form) {
         memset(data, 0, size);
         return 0;
     }
+    if (run->nSds < 1) iopCloseFile(rdbOpenReadFile(hd, path, form));
     rdbStepFiles *st = takeStep(hd, fam, step, merged);
     if (!listFiles(hd, st) || !run->sdCover) memset(data, 0, size);
     return readParts(hd, st, var, data);

@@ -164,6 +164,7 @@ static void dropSds(runHd *run)
     for (int p = 0; run->sdNodes && p < run->nSds; ++p) memFree(run->sdNodes[p]);
     memFree(run->sdNodes);
     memFree(run->sdNNodes);
+    memFree(run->sdFirst);
 }
 
 static void checkPositions(const runHd *run)
@@ -175,6 +176,14 @@ static void checkPositions(const runHd *run)
                 sysFailIn("rdbReadDdc", "Invalid node position <%d> of subdomain <%d>; range should be [0,%d]",
                           nodes[i], p, run->nNodes - 1);
     }
+}
+
+/* The first of a list of consecutive nodes, or -1: the rows of such a part can be read as they lie, without a map */
+static int firstOf(const int *nodes, int n)
+{
+    for (int i = 1; i < n; ++i)
+        if (nodes[i] != nodes[0] + i) return -1;
+    return n > 0 ? nodes[0] : 0;
 }
 
 /* 1 if every node of the mesh is in a list. Lists too short for that are told without a table of the nodes. */
@@ -214,6 +223,8 @@ static int readDdc(rdbHd *hd)
     for (int p = 0; p < run->nSds; ++p) readSd(fh, run, p);
     rdbCloseHeld(hd);
     checkPositions(run);
+    run->sdFirst = memNew(int, run->nSds);
+    for (int p = 0; p < run->nSds; ++p) run->sdFirst[p] = firstOf(run->sdNodes[p], run->sdNNodes[p]);
     run->sdCover = listsCover(run);
     run->sdRead  = 1;
     return 1;

@@ -1,10 +1,10 @@
 /* testIopText.cpp: the ascii form's own rules: numbers and words as scanf reads them, quotes, lines. */
 
-#include <clocale>
 #include <cmath>
 #include <cstdlib>
 
 #include "iop/iopInt.h"
+#include "test/commaLocale.h"
 #include "test/iop/tokenBytes.h"
 
 static iopHd *openText(const std::string &text)
@@ -150,18 +150,15 @@ TEST(iopText, tokensAcrossTheEndOfWhatIsReadAhead)
 
 TEST(iopText, numbersOfAnyHostLanguage)
 {
-    const char *host = nullptr;
-    for (const char *name : { "de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE" })
-        if (!host) host = setlocale(LC_NUMERIC, name);
-    iopHd *fh = openText("1.25 3.0000000000000000000000001 2.5\n");
+    useCommaLocale();
+    iopHd *fh = openText("1.25 3.5000000000000000000000001 2.5\n");
     double r[2];
     float f;
     iopGetRealF(fh, r, 2);
     iopGetFloatF(fh, &f, 1);
-    EXPECT_EQ(r[0] + r[1], 4.25);
+    EXPECT_EQ(r[0] + r[1], 4.75);
     EXPECT_EQ(f, 2.5f);
     iopCloseFile(fh);
-    setlocale(LC_NUMERIC, "C");
 }
 
 TEST(iopText, numberOf8191CharactersIsTaken)

@@ -1,9 +1,9 @@
 /* testCli.cpp: what lines of the client information file become. */
 
-#include <clocale>
 #include <cstring>
 #include <vector>
 
+#include "test/commaLocale.h"
 #include "test/rdb/cliRun.h"
 
 /* ------------------------------------------------------------------------------------------------------ opening */
@@ -176,12 +176,9 @@ TEST(cli, namesAndTokensAreBounded)
 
 TEST(cli, numbersDoNotDependOnTheLocale)
 {
-    const char *locale = nullptr;
-    for (const char *name : { "de_DE.UTF-8", "de_DE", "fr_FR.UTF-8", "nl_NL.UTF-8" })
-        if (!locale) locale = setlocale(LC_NUMERIC, name);
+    useCommaLocale();
     CliRun db("#@ PMC a 1 b 0.5 c 1.5e-3 d 2 e -.25 f 1e2\n");
     EXPECT_EQ(db.open(), "");
-    setlocale(LC_NUMERIC, "C");
     EXPECT_EQ(db.run()->pmcLump, 0.5);
     EXPECT_EQ(db.run()->pmcDamp, 1.5e-3);
     EXPECT_EQ(db.run()->pmcAlpha, 2.0);

@@ -19,6 +19,8 @@ TEST(rdbReadDdc, listsOfEachSubdomain)
             ASSERT_EQ(hd->run->sdNNodes[p], 3);
             EXPECT_EQ(std::vector<int>(hd->run->sdNodes[p], hd->run->sdNodes[p] + 3), run.parts[p]);
         }
+        EXPECT_EQ(hd->run->sdFirst[0], 0);
+        EXPECT_EQ(hd->run->sdFirst[1], -1);
         rdbFree(hd);
         remove(("p.1.ddc" + run.suffix()).c_str());
     }

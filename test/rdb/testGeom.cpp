@@ -163,20 +163,46 @@ TEST(elements, aGroupWithoutRowsStillPassesTheHeader)
 
 TEST(elements, theHeadMustBeTheSets)
 {
+    static const struct { int nParts, nRows, nCols; const char *text; } rows[] = {
+        { 1, -2, 4, "nParts <1> error"  },                        /* told in this order */
+        { 2, -2, 4, "nRows  <-2> error" },
+        { 2,  2, 4, "nCols  <4> error"  },
+    };
     SmallRun run;
     rdbHd   *hd = run.writeAndOpen();
     for (const auto &k : elementKeys) {
         int data[8];
         const std::string file = "p.1." + std::string(k.file) + "0";
-        { tool::TokenFile f(file, run.form); f.keyInt("nParts", 1); }
-        checkFails("nParts <1> error", rdbGetInts1(hd, k.key, data, 0, -1, -1));
-        { tool::TokenFile f(file, run.form); f.keyInt("nParts", 2); f.keyInt("nRows", -2); }
-        checkFails("nRows  <-2> error", rdbGetInts1(hd, k.key, data, 0, -1, -1));
-        { tool::TokenFile f(file, run.form); f.keyInt("nParts", 2); f.keyInt("nRows", 2); f.keyInt("nCols", 4); }
-        checkFails("nCols  <4> error", rdbGetInts1(hd, k.key, data, 0, -1, -1));
-        checkFails(std::string("rdb_") + k.key, rdbGetInts1(hd, k.key, data, 0, -1, -1));
+        for (const auto &row : rows) {
+            {
+                tool::TokenFile f(file, run.form);
+                f.keyInt("nParts", row.nParts);
+                f.keyInt("nRows", row.nRows);
+                f.keyInt("nCols", row.nCols);
+            }
+            checkFails(row.text, rdbGetInts1(hd, k.key, data, 0, -1, -1));
+            checkFails(std::string("rdb_") + k.key, rdbGetInts1(hd, k.key, data, 0, -1, -1));
+        }
     }
     rdbFree(hd);
+}
+
+/* A file that was cut in its head is one that was cut, whatever the numbers before the cut are */
+TEST(elements, theWholeHeadIsReadBeforeItIsCompared)
+{
+    for (const auto &form : smallForms) {
+        SmallRun run;
+        run.form = form.form;
+        rdbHd *hd = run.writeAndOpen();
+        int    data[8];
+        { tool::TokenFile f("p.1.cnn0", form.form); f.keyInt("nParts", 1); }
+        checkFails("EOF in ", rdbGetInts1(hd, "elmCnn", data, 0, -1, -1));
+        { tool::TokenFile f("p.1.cnn0", form.form); f.keyInt("nParts", 1); f.keyInt("nRows", 7); }
+        checkFails("EOF in ", rdbGetInts1(hd, "elmCnn", data, 0, -1, -1));
+        { tool::TokenFile f("p.1.cnn0", form.form); f.keyInt("nParts", 1); f.keyInt("nRows", 7); f.keyInt("nCol", 5); }
+        checkFails("data out of order: expected <nCols> found <nCol>", rdbGetInts1(hd, "elmCnn", data, 0, -1, -1));
+        rdbFree(hd);
+    }
 }
 
 TEST(elements, aSetWithoutFile)
@@ -254,18 +280,26 @@ TEST(rdbRowsFit, whatIsNotTested)
     testWrite("t", std::string(100, ' '));
     testWrite("t.Z", std::string(100, ' '));
     EXPECT_EQ(rdbRowsFit(&hd, nullptr, INT_MAX, 1, 3, &fits), 1);                     /* no file     */
-    EXPECT_EQ(rdbRowsFit(&hd, "gone", INT_MAX, 1, 3, &fits), 1);                      /* not on disk */
-    EXPECT_EQ(fits, 1);
-    fits = 0;
     EXPECT_EQ(rdbRowsFit(&hd, "t.Z", INT_MAX, 1, 3, &fits), 1);                       /* form        */
-    fits = 0;
     EXPECT_EQ(rdbRowsFit(&hd, "t", 1000, 1, 3, &fits), 1);                            /* small       */
-    EXPECT_EQ(rdbRowsFit(&hd, "t", INT_MAX, 1, 3, &fits), 1);                         /* remembered  */
-    fits = 0;
+    EXPECT_EQ(rdbRowsFit(&hd, "gone", 1000, 1, 3, &fits), 1);                         /* not on disk */
+    EXPECT_EQ(fits, 0);
+    EXPECT_EQ(rdbRowsFit(&hd, "gone", INT_MAX, 1, 3, &fits), 0);
+    EXPECT_STREQ(rdbGetError(), "file <gone> cannot hold 2147483647 rows");
     EXPECT_EQ(rdbRowsFit(&hd, "t", INT_MAX, 1, 3, &fits), 0);
     EXPECT_EQ(rdbRowsFit(&hd, "t", INT_MAX, INT_MAX, INT_MAX, &fits), 0);
     EXPECT_EQ(rdbRowsFit(&hd, "t", -1, 1, 0, &fits), 0);
     EXPECT_EQ(fits, 0);
+}
+
+TEST(rdbRowsFit, aCountWithoutItsFile)
+{
+    testWrite("p.1.cli", "#@ CRD gone nNodes 2000000000\n#@ END\n");
+    rdbHd *hd = SmallRun::open();
+    int    n = -1;
+    checkRefused("file <gone> cannot hold 2000000000 rows", rdbGetInt0(hd, "nNodes", &n));
+    EXPECT_EQ(n, -1);
+    rdbFree(hd);
 }
 
 TEST(rdbRowsFit, aLargeFileThatHoldsThem)
@@ -275,6 +309,8 @@ TEST(rdbRowsFit, aLargeFileThatHoldsThem)
     testWrite("big.B", "");
     ASSERT_EQ(truncate("big.B", 28 << 20), 0);
     EXPECT_EQ(rdbRowsFit(&hd, "big.B", 1 << 20, 1, 3, &fits), 1);
+    EXPECT_EQ(fits, 1);
+    EXPECT_EQ(rdbRowsFit(&hd, "big.B", INT_MAX, 1, 3, &fits), 1);                     /* remembered */
     fits = 0;
     EXPECT_EQ(rdbRowsFit(&hd, "big.B", (1 << 20) + 1, 1, 3, &fits), 0);
     testWrite("big", "");

@@ -1,9 +1,15 @@
 /* testOut.cpp: the values of nodal output, in one file per part and merged, and what is kept between two requests. */
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 
 #include "test/rdb/smallRun.h"
@@ -140,6 +146,44 @@ TEST(outValues, aRunWithoutSubdomainsGivesZeros)
     first.writeStep(5);
     rdbHd *hd = SmallRun::open();
     EXPECT_EQ(valuesOf(hd, 0, 0, 3), std::vector<double>(15, 0.0));
+    rdbFree(hd);
+}
+
+/* Its first file is opened all the same */
+TEST(outValues, aRunWithoutSubdomainsNeedsItsFile)
+{
+    for (bool merged : { false, true }) {
+        SmallRun run;
+        run.merged = merged;
+        run.write();
+        run.parts.clear();
+        testWrite("p.1.cli", run.cli());
+        rdbHd *hd = SmallRun::open();
+        double values[15];
+        checkAnswers(rdbGetReals2(hd, "outValues", values, 0, 0, 3, 5));
+        const std::string whole = testRead(run.firstName(5));
+        testWrite(run.firstName(5), "no tag\n");
+        checkFails("Invalid binary tag <no tag>", rdbGetReals2(hd, "outValues", values, 0, 0, 3, 5));
+        remove(run.firstName(5).c_str());
+        checkFails("unable to open binary file", rdbGetReals2(hd, "outValues", values, 0, 0, 3, 5));
+        testWrite(run.firstName(5), whole);
+        EXPECT_EQ(valuesOf(hd, 0, 0, 3), std::vector<double>(15, 0.0));
+        rdbFree(hd);
+        for (const auto &entry : fs::directory_iterator(".")) fs::remove(entry.path());
+    }
+}
+
+/* The list of steps is the one of the first question; the files are those of the last scan */
+TEST(outValues, aStepThatLeftTheListGivesZeros)
+{
+    SmallRun run;
+    rdbHd   *hd = run.writeAndOpen();
+    EXPECT_EQ(valuesOf(hd, 0, 0, 3), expected(run, 5, 0));
+    for (int p = 0; p < 2; ++p) remove((SmallRun::partName(5, p) + ".B").c_str());
+    checkReturns(rdbUpdateDir(hd));
+    std::vector<double> values(15, untouched);
+    checkRefused(".out file not found", rdbGetReals2(hd, "outValues", values.data(), 0, 0, 3, 5));
+    EXPECT_EQ(values, std::vector<double>(15, 0.0));
     rdbFree(hd);
 }
 
@@ -322,12 +366,20 @@ TEST(outValues, sizesOfAnArrayMustFit)
         }
 }
 
+/* Behind as many values as the product of the sizes has in 32 bits, the next array stands as it should */
 TEST(outValues, aSkippedArrayOfAbsurdSize)
 {
+    static const struct { int size[2], nReals; const char *text; } rows[] = {
+        { { INT_MAX, INT_MAX }, 1, "EOF in "                         },
+        { { 1 << 20, 1 << 12 }, 0, "EOF in "                         },
+        { { 1 << 16, 1 << 16 }, 0, "EOF in "                         },
+        { { -1, 3 },            0, "invalid table of <-1> x <3>"     },
+        { { 3, -1 },            0, "invalid table of <3> x <-1>"     },
+    };
     for (const auto &form : smallForms)
-        for (const auto &size :
-             { std::vector<int>{ INT_MAX, INT_MAX }, { 1 << 20, 1 << 12 }, { -1, 3 }, { 1 << 16, 1 << 16 } })
+        for (const auto &row : rows)
             for (bool merged : { false, true }) {
+                SCOPED_TRACE(std::string(form.name) + ", " + std::to_string(row.size[0]));
                 SmallRun run;
                 run.form = form.form;
                 run.merged = merged;
@@ -337,12 +389,13 @@ TEST(outValues, aSkippedArrayOfAbsurdSize)
                     tool::TokenFile f(merged ? SmallRun::mergedName(5) : SmallRun::partName(5, 0), form.form);
                     run.putHead(f, 5, 3);
                     f.str("vel");
-                    f.ints(size.data(), 2);
-                    f.reals(std::vector<double>(8).data(), 8);
+                    f.ints(row.size, 2);
+                    f.reals(std::vector<double>(1).data(), row.nReals);
+                    f.keyReals("pres", 1, 3, std::vector<double>(3).data());
                 }
                 rdbHd *hd = SmallRun::open();
                 double values[5];
-                EXPECT_NE(trapped([&] { rdbGetReals2(hd, "outValues", values, 0, 0, 1, 5); }), "");
+                checkFails(row.text, rdbGetReals2(hd, "outValues", values, 0, 0, 1, 5));
                 rdbFree(hd);
                 for (const auto &entry : fs::directory_iterator(".")) fs::remove(entry.path());
             }
@@ -397,7 +450,7 @@ TEST(outKept, oneOpenServesAllArraysOfAStep)
             }
             EXPECT_EQ(valuesOf(hd, 1, 1, 1), expected(run, 7, 1));          /* the other step's instead */
             EXPECT_EQ(nOpenFiles() - before, nFiles);
-            rdbDropStepFiles(hd->run);
+            rdbDropReading(hd->run);
             EXPECT_EQ(nOpenFiles(), before);
             EXPECT_EQ(valuesOf(hd, 1, 1, 1), expected(run, 7, 1));
             checkAnswers(rdbCloseRun(hd));
@@ -407,13 +460,145 @@ TEST(outKept, oneOpenServesAllArraysOfAStep)
         }
 }
 
+/* The time of the change lies in the future, so that the test may take its time */
 TEST(outKept, aFileThatHasJustChangedIsNot)
 {
-    SmallRun  run;
-    rdbHd    *hd = run.writeAndOpen();
+    SmallRun run;
+    run.write();
+    letSettle(-3600);
+    rdbHd    *hd = SmallRun::open();
     const int before = nOpenFiles();
     EXPECT_EQ(valuesOf(hd, 0, 0, 3), expected(run, 5, 0));
     EXPECT_EQ(nOpenFiles(), before);
+    rdbFree(hd);
+}
+
+static struct stat statOf(const std::string &name)
+{
+    struct stat st = {};
+    EXPECT_EQ(stat(name.c_str(), &st), 0) << name;
+    return st;
+}
+
+static bool sameTime(const struct timespec &a, const struct timespec &b)
+{
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+/* To a whole second: what a file system without fractions of one tells */
+static void setChanged(const std::string &name, time_t second)
+{
+    const struct timespec times[2] = { { second, 0 }, { second, 0 } };
+    EXPECT_EQ(utimensat(AT_FDCWD, name.c_str(), times, 0), 0) << name;
+}
+
+/* Where only whole seconds are told, a tenth of one is not enough. A run of the test that took too long says nothing
+   and is tried again. */
+TEST(outKept, wholeSecondsSettleLater)
+{
+    SmallRun run;
+    run.write();
+    rdbHd    *hd = SmallRun::open();
+    const int before = nOpenFiles();
+    double    age = 2;
+    for (int times = 0; times < 20 && age >= 2; ++times) {
+        struct timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        const time_t second = now.tv_nsec < 300000000 ? now.tv_sec - 1 : now.tv_sec;
+        for (int p = 0; p < 2; ++p) setChanged(SmallRun::partName(5, p) + ".B", second);
+        EXPECT_EQ(valuesOf(hd, 0, 0, 3), expected(run, 5, 0));
+        const int after = nOpenFiles();
+        clock_gettime(CLOCK_REALTIME, &now);
+        age = (double) (now.tv_sec - second) + 1e-9 * (double) now.tv_nsec;
+        if (age >= 2) continue;
+        EXPECT_EQ(after, before);
+    }
+    EXPECT_LT(age, 2);
+    for (int p = 0; p < 2; ++p) setChanged(SmallRun::partName(5, p) + ".B", time(nullptr) - 3);
+    EXPECT_EQ(valuesOf(hd, 0, 0, 3), expected(run, 5, 0));
+    EXPECT_EQ(nOpenFiles(), before + 2);
+    rdbFree(hd);
+}
+
+/* Rewritten in its place with a shorter header, as long as it was, and with the old time put back */
+TEST(outKept, aFileWithItsOldTimePutBackIsReadAnew)
+{
+    SmallRun run = manyVars(), shorter = run;
+    run.merged = shorter.merged = true;
+    shorter.omitFilms = shorter.omitFields = true;
+    run.write();
+    shorter.writeStep(6);
+    const std::string name = SmallRun::mergedName(5) + ".B";
+    const time_t      second = time(nullptr) - 60;
+    std::string       other = testRead(SmallRun::mergedName(6) + ".B");
+    other.resize(testRead(name).size());
+    setChanged(name, second);
+    rdbHd *hd = SmallRun::open();
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 5, 2));
+    const struct stat was = statOf(name);
+    do {
+        testWrite(name, other);
+        setChanged(name, second);
+    } while (sameTime(statOf(name).st_ctim, was.st_ctim));
+    ASSERT_TRUE(sameTime(statOf(name).st_mtim, was.st_mtim));
+    ASSERT_EQ(statOf(name).st_size, was.st_size);
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 6, 2));
+    EXPECT_EQ(valuesOf(hd, 7, 0, 1), expected(run, 6, 7));
+    rdbFree(hd);
+}
+
+/* Two changes that one tick of the clock holds: the times are the same, and the size tells the one from the other. The
+   tries go on until the clock was that slow; each of them must find the right values. */
+TEST(outKept, aFileOfAnotherSizeIsWalkedAnew)
+{
+    SmallRun run = manyVars(), shorter = run;
+    run.merged = shorter.merged = true;
+    shorter.omitFilms = shorter.omitFields = true;
+    run.write();
+    rdbHd            *hd = SmallRun::open();
+    const std::string name = SmallRun::mergedName(5) + ".B", whole = testRead(name);
+    shorter.writeStep(5);
+    const std::string cut = testRead(name);
+    const time_t      second = time(nullptr) - 60;
+    int               same = 0;
+    for (int times = 0; times < 100 && !same; ++times) {
+        testWrite(name, whole);
+        setChanged(name, second);
+        setChanged(name, second);
+        EXPECT_EQ(valuesOf(hd, 5, 0, 1), expected(run, 5, 5));
+        const struct stat was = statOf(name);
+        testWrite(name, cut);
+        setChanged(name, second);
+        EXPECT_EQ(valuesOf(hd, 5, 0, 1), expected(run, 5, 5));
+        same = sameTime(statOf(name).st_ctim, was.st_ctim);
+    }
+    rdbFree(hd);
+}
+
+/* The same size and times, told apart by the place on disk alone */
+TEST(outKept, aFileInAnotherPlaceIsReadAnew)
+{
+    SmallRun run = manyVars();
+    run.merged = true;
+    run.write();
+    run.writeStep(6);
+    const std::string name = SmallRun::mergedName(5) + ".B";
+    const time_t      second = time(nullptr) - 60;
+    fs::rename(name, "old");
+    fs::rename(SmallRun::mergedName(6) + ".B", "new");
+    int same = 0;
+    for (int times = 0; times < 1000 && !same; ++times) {
+        for (const char *file : { "old", "new", "old", "new" }) setChanged(file, second);
+        same = sameTime(statOf("old").st_ctim, statOf("new").st_ctim);
+    }
+    ASSERT_TRUE(same);
+    fs::create_symlink("old", name);
+    rdbHd *hd = SmallRun::open();
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 5, 2));
+    fs::remove(name);
+    fs::create_symlink("new", name);
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 6, 2));
+    EXPECT_EQ(valuesOf(hd, 7, 0, 1), expected(run, 6, 7));
     rdbFree(hd);
 }
 
@@ -496,7 +681,7 @@ TEST(outKept, aReadThatJumpedOutLeavesNothingBehind)
         testWrite(last, whole);
         letSettle(20);
         EXPECT_EQ(valuesOf(hd, 10, 0, 2), expected(run, 5, 10));
-        rdbDropStepFiles(hd->run);
+        rdbDropReading(hd->run);
         EXPECT_EQ(nOpenFiles(), before);
         rdbFree(hd);
         for (const auto &entry : fs::directory_iterator(".")) fs::remove(entry.path());
@@ -533,7 +718,70 @@ TEST(outKept, aDamagedArrayFailsTheSameEachTime)
         }
 }
 
-/* Beyond a number of files only the locations are kept */
+/* A failure says the same whether the keys before it were walked over in this request or in one before */
+TEST(outKept, aFailureSaysTheSameAsOnAFreshHandle)
+{
+    enum { SIZES, KEY, CUT, N_DAMAGES };
+    for (const auto &form : smallForms)
+        for (bool merged : { false, true })
+            for (int damage = 0; damage < N_DAMAGES; ++damage)
+                for (int first = 0; first < 4; ++first) {
+                    SCOPED_TRACE(std::string(form.name) + (merged ? ", merged, " : ", ") + std::to_string(damage));
+                    SmallRun run = manyVars(), bad = run;
+                    run.form = form.form;
+                    run.merged = merged;
+                    run.write();
+                    if (damage == SIZES) bad.vars[4].dim = 2;
+                    if (damage == KEY) bad.vars[4].key = "edd";
+                    if (damage == CUT) bad.vars.resize(4);
+                    {
+                        tool::TokenFile f(merged ? SmallRun::mergedName(5) : SmallRun::partName(5, 1), form.form);
+                        if (merged) run.putPart(f, 5, 0);
+                        bad.putPart(f, 5, 1);
+                    }
+                    letSettle();
+                    double values[5];
+                    std::string texts[2];
+                    for (int kept : { 0, 1 }) {
+                        rdbHd *hd = SmallRun::open();
+                        if (kept) {
+                            EXPECT_EQ(valuesOf(hd, first, 0, run.vars[first].dim), expected(run, 5, first));
+                        }
+                        texts[kept] = trapped([&] { rdbGetReals2(hd, "outValues", values, 4, 0, 1, 5); });
+                        rdbFree(hd);
+                    }
+                    EXPECT_NE(texts[0].find(" token <"), std::string::npos) << texts[0];
+                    EXPECT_EQ(texts[0], texts[1]);
+                    for (const auto &entry : fs::directory_iterator(".")) fs::remove(entry.path());
+                }
+}
+
+/* A file that is open, and whose bytes change with nothing that tells it from what it was: writing to a page that is
+   mapped and dirty already moves no time. Each request asks for the bytes anew. */
+TEST(outKept, whatWasReadAheadIsForgotten)
+{
+    SmallRun run;
+    run.parts = { { 0, 1, 2, 3, 4 } };
+    run.write();
+    run.writeStep(6);
+    const std::string name = SmallRun::partName(5, 0) + ".B", other = testRead(SmallRun::partName(6, 0) + ".B");
+    const int         fd = open(name.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    char *bytes = (char *) mmap(nullptr, other.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    ASSERT_NE(bytes, MAP_FAILED);
+    memset(bytes, bytes[0], 1);
+    letSettle();
+    rdbHd *hd = SmallRun::open();
+    EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 5, 1));
+    memcpy(bytes, other.data(), other.size());
+    EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 6, 1));
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 6, 2));
+    rdbFree(hd);
+    munmap(bytes, other.size());
+    close(fd);
+}
+
+/* Beyond a number of files only the places are kept */
 TEST(outKept, manyParts)
 {
     SmallRun run;
@@ -570,6 +818,46 @@ TEST(outKept, aProcessThatMayOpenFewFiles)
     for (int v : { 2, 0, 1 }) EXPECT_EQ(valuesOf(hd, v, 0, run.vars[v].dim), expected(run, 5, v));
     EXPECT_LE(nOpenFiles() - before, 5);
     setrlimit(RLIMIT_NOFILE, &usual);
+    rdbFree(hd);
+}
+
+static struct rlimit openFiles;                                   /* as it was                                    */
+
+/* The process may open files again. Meanwhile part 5 has become another one, whose header is shorter. */
+static void replaceAndAllow()
+{
+    setrlimit(RLIMIT_NOFILE, &openFiles);
+    rename("new", "p.1_5_5.out.B");
+}
+
+/* Between the look at a file and the opening of it, that is: when its places are thought to be known */
+TEST(outKept, aFileThatIsReplacedWhileItIsOpenedAgain)
+{
+    SmallRun run = manyVars();
+    run.usrIds.clear();
+    run.parts.clear();
+    for (int i = 0; i < 10; ++i) run.usrIds.push_back(i + 1), run.parts.push_back({ i });
+    run.write();
+    SmallRun other = run;
+    other.omitFilms = other.omitFields = true;
+    other.writeStep(6);
+    rename("p.1_6_5.out.B", "new");
+    letSettle();
+    rdbHd *hd = SmallRun::open();
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &openFiles), 0);
+    struct rlimit few = openFiles;
+    few.rlim_cur = 40;                                            /* five of them are kept open */
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_EQ(valuesOf(hd, 2, 0, 1), expected(run, 5, 2));
+
+    few.rlim_cur = 0;                                             /* the next open waits */
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    testWhenSleeping(replaceAndAllow);
+    std::vector<double> values = expected(run, 5, 3);
+    for (int k = 0; k < 2; ++k) values[5 * 2 + k] = SmallRun::value(6, 3, 5, k);
+    EXPECT_EQ(valuesOf(hd, 3, 0, 2), values);
+    EXPECT_EQ(testSlept(), 1);
+    EXPECT_EQ(valuesOf(hd, 3, 0, 2), values);
     rdbFree(hd);
 }
 

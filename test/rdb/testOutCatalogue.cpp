@@ -19,6 +19,15 @@ static std::vector<int> stepsOf(rdbHd *hd)
     return steps;
 }
 
+/* Run 1 of "p", and from then on all is looked for by another problem's name */
+static rdbHd *openAs(const char *problem)
+{
+    rdbHd *hd = SmallRun::open();
+    memFree(hd->problem);
+    hd->problem = memDup(problem);
+    return hd;
+}
+
 static std::vector<int> varsOf(rdbHd *hd)
 {
     checkAnswers(rdbInitOut(hd));
@@ -90,6 +99,68 @@ TEST(outSteps, namesThatAreSteps)
         testWrite(name, "");
     rdbHd *hd = SmallRun::open();
     EXPECT_EQ(stepsOf(hd), (std::vector<int>{ 5, 6, 7, 8, 9, INT_MAX }));
+    rdbFree(hd);
+}
+
+/* The problem's name is part of the expression that the steps are found by, and of the names that are opened as it is.
+   What it brings for a first group is taken for the step. */
+TEST(outSteps, aProblemNameWithExpressionCharacters)
+{
+    static const struct { const char *problem, *found, *opened; std::vector<int> list; } rows[] = {
+        { "p.q",    "pxq.1_7_0.out.B",  "p.q.1_5_0.out.B",    { 5, 7 } },
+        { "p.q",    "pq.1_7_0.out.B",   "p.q.1_5_0.out.B",    { 5 }    },
+        { "[ab]",   "b.1_7_0.out.B",    "[ab].1_7_0.out.B",   { 7 }    },
+        { "p+",     "ppp.1_7_0.out.B",  "p+.1_7_0.out.B",     { 7 }    },
+        { "(1)?p",  "1p.1_7_0.out.B",   "(1)?p.1_1_0.out.B",  { 1 }    },
+        { "(1)23p", "123p.1_7_0.out.B", "(1)23p.1_1_0.out.B", { 1 }    },
+    };
+    SmallRun run;
+    run.write();
+    const std::string step = testRead("p.1_5_0.out.B");
+    for (int p = 0; p < 2; ++p) remove((SmallRun::partName(5, p) + ".B").c_str());
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.problem) + ", " + row.found);
+        testWrite(row.found, "");
+        testWrite(row.opened, step);
+        rdbHd *hd = openAs(row.problem);
+        EXPECT_EQ(stepsOf(hd), row.list);
+        rdbFree(hd);
+        remove(row.found);
+        remove(row.opened);
+    }
+}
+
+TEST(outSteps, aProblemNameWithAGroupThatTakesNoPart)
+{
+    SmallRun run;
+    run.write();
+    int n = -1;
+    for (const char *problem : { "(1)?p", "()p" }) {
+        rdbHd *hd = openAs(problem);
+        checkFails("Inconsistent pattern matching for file <p.1_5_0.out.B>", rdbGetInt0(hd, "nOutSteps", &n));
+        checkFails("rdbInitOut", rdbGetInt0(hd, "nOutSteps", &n));
+        rdbFree(hd);
+    }
+}
+
+/* The code of such an expression is longer than most */
+TEST(outSteps, aLongProblemName)
+{
+    SmallRun    run;
+    std::string problem;
+    for (int i = 0; i < 240; ++i) problem += "[a]*";
+    run.write();
+    testWrite("aa.1_7_0.out.B", "");
+    rdbHd *hd = openAs(problem.c_str());
+    int    n = -1;
+    checkRefused(".out file not found", rdbGetInt0(hd, "nOutSteps", &n));
+    rdbFree(hd);
+    problem.assign(SYS_TEXT, 'a');
+    hd = openAs(problem.c_str());
+    checkFails("problem name is too long <aaaa", rdbGetInt0(hd, "nOutSteps", &n));
+    rdbFree(hd);
+    hd = openAs("p*+(");
+    checkFails("Badly placed parenthesis", rdbGetInt0(hd, "nOutSteps", &n));
     rdbFree(hd);
 }
 
@@ -335,6 +406,57 @@ TEST(outCounters, widthsThatNoFileCouldHold)
                     for (int p = 0; p < 2; ++p) remove((SmallRun::partName(5, p) + run.suffix()).c_str());
                     remove((SmallRun::mergedName(5) + run.suffix()).c_str());
                 }
+}
+
+/* A step that is being written is shorter than what its header announces: a width that is small in all is believed */
+TEST(outCounters, aLargeWidthOfAShortFile)
+{
+    for (const auto &form : smallForms) {
+        SmallRun run;
+        run.form = form.form;
+        run.mask = 1 << 3;
+        run.nSpecs = 1000;
+        run.vars.clear();
+        rdbHd *hd = run.writeAndOpen();
+        int    dim = 0;
+        checkAnswers(rdbGetInt1(hd, "outVarDim", &dim, 0));
+        EXPECT_EQ(dim, 1000);
+        rdbFree(hd);
+        for (int p = 0; p < 2; ++p) remove((SmallRun::partName(5, p) + run.suffix()).c_str());
+    }
+}
+
+/* 70 species on 40000 nodes, which the two parts hold together: a part that is missing is told when it is looked for,
+   and a run without subdomains has zeros of them */
+TEST(outCounters, aWidthThatOnlyAllPartsHold)
+{
+    enum { N = 40000, DIM = 70 };
+    SmallRun run;
+    run.usrIds.clear();
+    run.parts.assign(2, {});
+    for (int i = 0; i < N; ++i) run.usrIds.push_back(i + 1), run.parts[i % 2].push_back(i);
+    run.nSpecs = DIM;
+    run.mask = 1 << 3;
+    run.vars = { { "vel", 3 }, { "pres", 1 }, { "temp", 1 }, { "spec", DIM } };
+    run.write();
+    std::vector<double> values((size_t) N * DIM, -1.0);
+    for (int missing : { 0, 1 }) {
+        if (missing) remove("p.1_5_1.out.B");
+        rdbHd *hd = SmallRun::open();
+        int    dim = 0;
+        checkAnswers(rdbGetInt1(hd, "outVarDim", &dim, 0));
+        EXPECT_EQ(dim, DIM);
+        if (missing) checkRefused(".out file not found", rdbGetReals2(hd, "outValues", values.data(), 0, 0, DIM, N));
+        else checkAnswers(rdbGetReals2(hd, "outValues", values.data(), 0, 0, DIM, N));
+        rdbFree(hd);
+    }
+    run.writeStep(5);
+    run.parts.clear();
+    testWrite("p.1.cli", run.cli());
+    rdbHd *hd = SmallRun::open();
+    checkAnswers(rdbGetReals2(hd, "outValues", values.data(), 0, 0, DIM, N));
+    EXPECT_EQ(values, std::vector<double>((size_t) N * DIM, 0.0));
+    rdbFree(hd);
 }
 
 /* ------------------------------------------------------------------------------------------------ keys and times */
