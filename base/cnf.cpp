@@ -94,29 +94,30 @@ static bool toBool(const char *text, int *value)
     return false;
 }
 
+/* By the rule that nothing may be left behind the number, an empty text is the number 0. */
 static bool toInt(const char *text, int *value)
 {
     char *end;
     errno = 0;
     long v = strtol(text, &end, 0);
-    if (end == text || *end || errno == ERANGE || v < INT_MIN || v > INT_MAX) return false;
+    if (*end || errno == ERANGE || v < INT_MIN || v > INT_MAX) return false;
     *value = (int) v;
     return true;
 }
 
-/* Also with a `d` before the exponent. */
+/* Also with a `d` before the exponent; an empty text as above. */
 static bool toReal(const char *text, double *value)
 {
     char *end;
     errno = 0;
-    double v = strtod(text, &end);
-    bool ok = end != text && !*end;
+    double v = strtod_l(text, &end, sysPlainLocale());
+    bool ok = !*end;
     if (*end == 'd' || *end == 'D') {
         char *copy = memDup(text);
         copy[end - text] = 'e';
         errno = 0;
-        v = strtod(copy, &end);
-        ok = end != copy && !*end;
+        v = strtod_l(copy, &end, sysPlainLocale());
+        ok = !*end;
         memFree(copy);
     }
     if (!ok || (errno == ERANGE && fabs(v) > 1)) return false;     /* too small a number is a good zero */
@@ -288,7 +289,7 @@ static char *prefixPattern(const char *program, const char *platform, const char
 {
     size_t size = 2 * (2 * strlen(platform) + 2 * strlen(program) + strlen(host)) + 16;
     char *upper = memDup(platform), *cut = memDup(program), *pattern = memNew(char, (int64_t) size);
-    for (char *p = upper; *p; ++p) *p = (char) toupper((unsigned char) *p);
+    for (char *p = upper; *p; ++p) *p = (char) toupper_l((unsigned char) *p, sysPlainLocale());
     cut[strcspn(cut, "-")] = 0;
 
     const char *const names[] = { upper, platform, program, cut, host };
@@ -359,20 +360,22 @@ static FILE *openPlain(const char *path)
 /* The next line without its end; of a longer one the rest is dropped. */
 static bool readLine(FILE *file, char line[SYS_TEXT])
 {
-    if (!fgets(line, SYS_TEXT, file)) return false;
-    size_t n = strlen(line);
-    if (n == SYS_TEXT - 1 && line[n - 1] != '\n')
-        for (int c = getc(file); c != '\n' && c != EOF; ) c = getc(file);
-    if (n && line[n - 1] == '\n') line[--n] = 0;
-    if (n && line[n - 1] == '\r') line[--n] = 0;
+    int n = 0, c = getc(file);
+    if (c == EOF) return false;
+    for (; c != '\n' && c != EOF; c = getc(file))
+        if (n < SYS_TEXT - 1) line[n++] = (char) c;
+    if (n > 0 && line[n - 1] == '\r') --n;
+    line[n] = 0;
     return true;
 }
 
 /* Sets the option that a line names. The line is cut up. */
-static void obeyLine(char *line, const char *path)
+static void obeyLine(char *line, const char *path, int number)
 {
     reRegisters regs;
-    if (reMatch(&reading.line, line, (int) strlen(line), 0, &regs) < 0) return;
+    int length = reMatch(&reading.line, line, (int) strlen(line), 0, &regs);
+    if (length == -2) sysErrorMessage("Line <%d> of file <%s> is too complex, it is passed over", number, path);
+    if (length < 0) return;
     char *key = line + regs.start[KEY_REG], *value = line + regs.start[VALUE_REG];
     line[regs.end[KEY_REG]] = 0;
     line[regs.end[VALUE_REG]] = 0;
@@ -387,7 +390,7 @@ static void readFile(const char *path)
     reading.file = openPlain(path);
     if (!reading.file) return;
     char line[SYS_TEXT];
-    while (readLine(reading.file, line)) obeyLine(line, path);
+    for (int number = 1; readLine(reading.file, line); ++number) obeyLine(line, path, number);
     fclose(reading.file);
     reading.file = nullptr;
 }
@@ -427,13 +430,22 @@ static bool fullUsage(void)
     return full && strcmp(full, "0") != 0;
 }
 
+/* As in the files, whatever the process' locale takes for a decimal point. */
+static const char *realText(double value, char text[SYS_TEXT])
+{
+    locale_t former = uselocale(sysPlainLocale());
+    snprintf(text, SYS_TEXT, "%e", value);
+    uselocale(former);
+    return text;
+}
+
 /* The value as text; of a number in `text`. */
 static const char *valueText(const cnfRec *rec, char text[SYS_TEXT])
 {
     switch (rec->type) {
     case CNF_BOOL: return rec->value.b ? "TRUE" : "FALSE";
     case CNF_INT:  snprintf(text, SYS_TEXT, "%d", rec->value.i); return text;
-    case CNF_REAL: snprintf(text, SYS_TEXT, "%e", rec->value.r); return text;
+    case CNF_REAL: return realText(rec->value.r, text);
     default:       return rec->value.s;
     }
 }
@@ -486,7 +498,8 @@ static void printUsage(void)
 extern "C" void cnfPrintEnv(void)
 {
     printHead("Current Environment Variables:");
-    for (int i = 0; i < MAX_ENV && environ[i]; ++i) sysMessage("  %s", environ[i]);
+    for (int i = 0; environ && i < MAX_ENV && environ[i]; ++i)      /* none at all after clearenv */
+        sysMessage("  %s", environ[i]);
     sysMessage("%s", "");
 }
 
@@ -494,10 +507,10 @@ extern "C" void cnfPrintEnv(void)
 
 static bool isOn(const char *key) { return cnfQuery(key) && cnfGetBool(key); }
 
-/* What the options make this module do, once they are all known. */
-static void obeyOptions(int argc, const char *const *argv)
+/* What the options make this module do, once they are all known. Only a command line can have made exec empty. */
+static void obeyOptions(const char *const *argv)
 {
-    if (cnfQuery("exec") && !*cnfGetStr("exec") && argc > 0) setText(cnfGetCnf("exec"), argv[0]);
+    if (cnfQuery("exec") && !*cnfGetStr("exec")) setText(cnfGetCnf("exec"), argv[0]);
     if (isOn("help")) {
         printUsage();
         if (isOn("env")) cnfPrintEnv();
@@ -520,7 +533,7 @@ extern "C" void cnfInit(const char *const *specs, int argc, const char *const *a
     reading.list = fileList();
     readFiles();
     goToDir();                                  /* and one of them may have set it */
-    obeyOptions(argc, argv);
+    obeyOptions(argv);
     stopReading();
 }
 

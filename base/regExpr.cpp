@@ -18,7 +18,8 @@
  * The end of a loop is written over when it is first met (loopEnd): mostly it is a plain jump. Where what comes behind
  * cannot begin like the loop's body, giving back a turn cannot help, and the loop renews its one choice point instead
  * of piling them up. A body that may take nothing gets an instruction of its own, which refuses an empty turn: so every
- * loop ends.
+ * loop ends. How many ways there are to try may still grow exponentially with the text, and expressions hold names that
+ * others chose: a match gives up when it has taken too many steps.
  *
  * In this file: instructions, tables, compiling, first characters, loops, choice points and registers, matching. */
 
@@ -485,6 +486,7 @@ static int loopEnd(const rePattern *buf, int body, int p)
 /* Choice points and registers */
 
 enum { LOCAL_CHOICES = 128, MAX_CHOICES = 4100, LOCAL_TRAIL = 64 };
+enum { MAX_STEPS = 100000000 };     /* part of a second; two loops that share a long text take a third of it */
 
 typedef struct choice {
     const unsigned char *text;      /* where to go on in the text; null: a dummy, nothing to go on with */
@@ -507,6 +509,7 @@ typedef struct saving {
 typedef struct machine {
     rePattern           *buf;
     const unsigned char *text, *end, *fold;
+    int64_t              nSteps;    /* instructions, and what these look through                        */
     int                  nChoices, maxChoices;
     intptr_t             nTrail, maxTrail;
     choice              *choices, localChoices[LOCAL_CHOICES];
@@ -590,9 +593,9 @@ static void renewChoice(machine *m, const unsigned char *text, const unsigned ch
 }
 
 /* Where the present turn of the loop that goes out at `out` began; null in the first turn of a plus. */
-static const unsigned char *turnStart(const machine *m, const unsigned char *out)
+static const unsigned char *turnStart(machine *m, const unsigned char *out)
 {
-    for (int i = m->nChoices - 1; i >= 0; --i)
+    for (int i = m->nChoices - 1; i >= 0; --i, ++m->nSteps)
         if (m->choices[i].code == out) return m->choices[i].text;
     return nullptr;
 }
@@ -632,7 +635,7 @@ static const unsigned char *run(machine *m, const unsigned char *p, int *result)
         const unsigned char *at = pc, *target = nullptr;
         int op = *at;
         bool ok = true;
-        if (op >= NOPCODES) return *result = -2, nullptr;
+        if (op >= NOPCODES || ++m->nSteps > MAX_STEPS) return *result = -2, nullptr;
         pc += opLength[op];
         if (opLength[op] == 3) target = pc + getOffset(at + 1);
         switch (op) {
@@ -653,6 +656,7 @@ static const unsigned char *run(machine *m, const unsigned char *p, int *result)
         case Cmatch_memory: {
             const slot *s = &m->slots[at[1]];
             ok = repeats(m, s, p);
+            m->nSteps += s->end - s->start;
             if (ok) p += s->end - s->start;
             break;
         }
@@ -719,6 +723,7 @@ extern "C" int reMatch(rePattern *buf, const char *text, int length, int pos, re
     m.text = (const unsigned char *) (text ? text : "");        /* a null place would be a dummy choice */
     m.end = m.text + length;
     m.fold = foldTable(buf);
+    m.nSteps = 0;
     m.nChoices = 0;
     m.maxChoices = LOCAL_CHOICES;
     m.choices = m.localChoices;

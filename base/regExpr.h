@@ -57,10 +57,10 @@ extern "C" {
 const char *reCompilePattern(const char *pattern, int length, rePattern *buf);
 
 /* Matches text[pos ... length-1] from its start on; what stands before pos counts for \< \> \b \B, and ^ matches at 0
-   only. Returns the length of the match, -1 for none, -2 if it needs more than 4100 choice points or memory is out.
-   With a match and `regs` not null, all registers are set; otherwise `regs` stays as it was. The first matches change
-   the code in place, without changing any result: a pattern serves one thread at a time. A position outside of the
-   text does not return. */
+   only. Returns the length of the match, -1 for none, -2 if it needs more than 4100 choice points or more than a
+   hundred million steps, or memory is out. With a match and `regs` not null, all registers are set; otherwise `regs`
+   stays as it was. The first matches change the code in place, without changing any result: a pattern serves one
+   thread at a time. A position outside of the text does not return. */
 int reMatch(rePattern *buf, const char *text, int length, int pos, reRegisters *regs);
 
 /* Builds the tables of the language, once; compiling does it, too. */

@@ -13,6 +13,7 @@
  * All state is process-wide and belongs to one thread of control at a time. Texts that are returned belong to the
  * library and hold until the next call that changes them. */
 
+#include <locale.h>
 #include <setjmp.h>
 #include <stdarg.h>
 #include <stddef.h>
@@ -155,6 +156,12 @@ int  sysSumInts(const int *v, int n);                       /* may not return: a
 /* Looks for a value among n ascending keys that lie `stride` integers apart. Found: its position, flag 0. Else the last
    position whose key is not above the value, 0 if there is none, and flag 1. */
 int  sysBinFind(const int *keys, int n, int stride, int value, int *flag);
+
+/* ------------------------------------------------- numbers ------------------------------------------------ */
+
+/* The locale "C", for strtod_l and its kin: what others write into files does not depend on the language of whoever
+   runs the program. May not return: "unable to get the plain locale". */
+locale_t sysPlainLocale(void);
 
 #ifdef __cplusplus
 }

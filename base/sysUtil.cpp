@@ -1,7 +1,7 @@
-/* sysUtil.cpp: the small loops over integers and reals that every other module uses.
+/* sysUtil.cpp: the small loops over integers and reals that every other module uses, and the plain locale.
  *
- * All of them do nothing for a count below 1. The arrays may be as large as a mesh, so positions are formed in 64 bits
- * and sorting is never worse than n log n. */
+ * All of the loops do nothing for a count below 1. The arrays may be as large as a mesh, so positions are formed in 64
+ * bits and sorting is never worse than n log n. */
 
 #include "base/sys.h"
 
@@ -121,4 +121,14 @@ int sysBinFind(const int *keys, int n, int stride, int value, int *flag)
         else high = mid;
     }
     return low > 0 ? low - 1 : 0;
+}
+
+/* ------------------------------------------------- numbers ------------------------------------------------ */
+
+locale_t sysPlainLocale(void)
+{
+    static locale_t plain;
+    if (!plain) plain = newlocale(LC_ALL_MASK, "C", (locale_t) 0);
+    if (!plain) sysFail("unable to get the plain locale");
+    return plain;
 }

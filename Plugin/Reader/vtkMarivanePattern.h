@@ -29,6 +29,7 @@ public:
     }
 
 private:
+    /* Enough for the reader's fixed expressions; others must not come here: a buffer too small would be realloc'ed. */
     unsigned char Code[SYS_TEXT];
     rePattern     Compiled;
 };

@@ -147,7 +147,8 @@ protected:
 
     /* Scratch. Reals as the database gives them are read into one buffer that stays for the next step. */
     vtkMarivaneBuffer<double> Reals;
-    vtkMarivaneBuffer<int>    LocalIds;                   /* ReadCells: per node -1 or its local id in a surface set */
+    vtkMarivaneBuffer<int>    LocalIds;                   /* ReadCells: per node -1 or its local id in a surface set,
+                                                             then its rank in a volume set */
     vtkMarivaneBuffer<int>    NodeScratch;                /* ReadCells: node list in the order of first use */
     bool        UserIdsAscend = false;
     /* The last texts read: a text that cannot be read repeats the one before. */

@@ -92,6 +92,7 @@ protected:
         std::string                   Name;
         vtkSmartPointer<vtkPoints>    Points;             /* replaced at every coordinate read     */
         vtkTypeInt64                  NumberOfNodes = 0;
+        bool                          Whole = false;      /* its nodes are those of the run, in their order */
     };
     struct Array {
         int         Components = 0;

@@ -205,6 +205,7 @@ void vtkMarivaneReader::ReadSurfaceSet(int set, const vtkMarivaneIdMap &nodes, c
     const int nSrfs = this->GetCount("nSfsSrfs", set);
     const int nSrfNodes = this->GetCount("nSfsSrfNodes", set);
     block.NumberOfCells = nSrfs;
+    block.Whole = false;                                  /* in the order of user ids */
     this->NumberOfCells += nSrfs;
 
     CellMaker maker(nSrfs, nSrfNodes);
@@ -279,8 +280,9 @@ static void rankNodes(const int *ids, int64_t n, vtkMarivaneBuffer<int> &list, v
     const int64_t span = int64_t(range.high) - low + 1;
 
     /* Many threads may mark one node: all write the same, atomically, and only if nobody has yet. */
-    ranks.ResizeToZeros(span);
+    ranks.Resize(span);
     int *rank = ranks.Data();
+    vtkMarivaneFor(0, span, [=](int64_t j) { rank[j] = 0; });
     vtkMarivaneFor(0, n, [=](int64_t i) {
         int *mark = &rank[ids[i] - low];
         if (!__atomic_load_n(mark, __ATOMIC_RELAXED)) __atomic_store_n(mark, 1, __ATOMIC_RELAXED);
@@ -315,7 +317,7 @@ void vtkMarivaneReader::ReadVolumeSet(int set, const vtkMarivaneIdMap &nodes)
 {
     Block                  &block = this->Blocks[this->nSfss + set];
     vtkMarivaneBuffer<int> &list = this->BlockNodeIds[this->nSfss + set];
-    vtkMarivaneBuffer<int>  ranks;
+    vtkMarivaneBuffer<int> &ranks = this->LocalIds;
     int                     lowest = 0, topology = 0;
 
     const int nElems = this->GetCount("nVolElems", set);
@@ -345,7 +347,9 @@ void vtkMarivaneReader::ReadVolumeSet(int set, const vtkMarivaneIdMap &nodes)
     {
         vtkMarivaneTimed timed(this->LocalisationTimers["vol local map"]);
         const int *rank = ranks.Data();
-        block.Cells = maker.finish([=](int node) { return rank[node - lowest]; });
+        block.Whole = list.Size() == this->NumberOfNodes;          /* ascending and distinct: 0, 1, 2, ... */
+        if (block.Whole) block.Cells = maker.finish([](int node) { return node; });
+        else             block.Cells = maker.finish([=](int node) { return rank[node - lowest]; });
     }
     block.NumberOfNodes = list.Size();
 }
@@ -390,12 +394,12 @@ void vtkMarivaneReader::ReadCells()
     }
     for (int set = 0; set < this->nSfss; ++set) this->ReadSurfaceSet(set, nodes, userIds.Data());
     userIds.Free();
-    this->LocalIds.Free();
     this->NodeScratch.Free();
     surfaces.End();
 
     ElapsedTimer volumes("   ReadCells: VolumeSets");
     for (int set = 0; set < this->nVols; ++set) this->ReadVolumeSet(set, nodes);
+    this->LocalIds.Free();
     volumes.End();
 
     for (const GroupFamily &family : families) this->ReadGroups(family);

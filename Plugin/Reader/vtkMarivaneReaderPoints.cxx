@@ -1,11 +1,15 @@
 /* vtkMarivaneReaderPoints.cxx: the points of the blocks, moved with the mesh, and the values of their arrays.
  *
  * The database gives 64-bit reals for all nodes of the run; the pipeline wants floats for the nodes of one block. What
- * was read is kept as floats for all nodes, since every block gathers its share from it. */
+ * was read is kept as floats for all nodes, since every block gathers its share from it. A block of all nodes, which is
+ * the largest one of most runs, shows what is kept and gathers nothing. */
 
 #include "Plugin/Reader/vtkMarivaneReader.h"
 
 #include "Plugin/Reader/vtkMarivaneTimer.h"
+
+#include "vtkFloatArray.h"
+#include "vtkNew.h"
 
 #include <algorithm>
 #include <cstring>
@@ -49,15 +53,29 @@ void vtkMarivaneReader::ReadPoints(int step)
     this->PlaceBlockPoints();
 }
 
+/* Points that borrow the coordinates. Those of a mesh at rest never change. */
+static void borrowPoints(vtkPoints *points, float *x, int64_t n)
+{
+    vtkNew<vtkFloatArray> data;
+    data->SetNumberOfComponents(3);
+    data->SetArray(vtkMarivaneBuffer<float>::Lend(x), 3 * n, 0, vtkFloatArray::VTK_DATA_ARRAY_USER_DEFINED);
+    data->SetArrayFreeFunction(vtkMarivaneBuffer<float>::GiveBack);
+    points->SetData(data);
+}
+
 /* New points for every block. Without node lists, after ReleaseData, the old ones stay. */
 void vtkMarivaneReader::PlaceBlockPoints()
 {
-    const float *x = this->Coordinates.Data();
+    float *x = this->Coordinates.Data();
     for (size_t b = 0; b < this->BlockNodeIds.size(); ++b) {
         const int    *nodes = this->BlockNodeIds[b].Data();
         const int64_t n = this->BlockNodeIds[b].Size();
 
         this->Blocks[b].Points = vtkSmartPointer<vtkPoints>::New();
+        if (this->Blocks[b].Whole && n > 0 && !this->MeshMoves) {
+            borrowPoints(this->Blocks[b].Points, x, n);
+            continue;
+        }
         this->Blocks[b].Points->SetNumberOfPoints(n);
         float *to = n > 0 ? static_cast<float *>(this->Blocks[b].Points->GetVoidPointer(0)) : nullptr;
         vtkMarivaneFor(0, n, [=](int64_t i) { memcpy(to + 3 * i, x + 3 * int64_t(nodes[i]), 3 * sizeof(float)); });
@@ -127,7 +145,7 @@ float *vtkMarivaneReader::GetArrayData(int array, int step, int block)
     if (released || block < 0 || size_t(block) >= this->BlockNodeIds.size()) return nullptr;
 
     vtkMarivaneTimed timed(this->LocalisationTimers["nodalData localization"]);
-    const float  *g = this->GetVariableValues(variable);
+    float        *g = this->GetVariableValues(variable);
     const int    *nodes = this->BlockNodeIds[block].Data();
     const int64_t nNodes = this->BlockNodeIds[block].Size();
     const int     n = int(this->Variables[variable].ArrayNames.size());
@@ -135,11 +153,15 @@ float *vtkMarivaneReader::GetArrayData(int array, int step, int block)
     const int     q = std::max(d / n, 1);                 /* values of this array per node           */
     const int64_t stride = n == 1 ? d : q == 1 ? n : q;   /* from a node's values to the next node's */
 
+    if (this->Blocks[block].Whole && n == 1) return g;
+
     vtkMarivaneBuffer<float> &out = this->ArrayBuffers[block][array];
     out.Resize(q * nNodes);
     float *to = out.Data();
     if (q == 1) {
         vtkMarivaneFor(0, nNodes, [=](int64_t i) { to[i] = g[nodes[i] * stride + s]; });
+    } else if (q == 3) {                                  /* a copy of known size is no call */
+        vtkMarivaneFor(0, nNodes, [=](int64_t i) { memcpy(to + 3 * i, g + nodes[i] * stride + s, 3 * sizeof(float)); });
     } else {
         vtkMarivaneFor(0, nNodes, [=](int64_t i) {
             memcpy(to + i * q, g + nodes[i] * stride + s, q * sizeof(float));

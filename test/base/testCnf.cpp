@@ -1,5 +1,6 @@
 /* testCnf.cpp: the option table: where values come from, which of them counts, and what is said about bad ones. */
 
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 
 #include "base/cnf.h"
 #include "base/sysInt.h"
+#include "test/commaLocale.h"
 #include "test/testUtil.h"
 
 static const char *const options[] = {
@@ -210,7 +212,20 @@ TEST_F(cnf, badDefaults)
         { "a:b:c:*blue:enum:red,*blue:h", "Invalid default opt <*blue>"    },
         { "a:b:c:1:integer:-:h",         "Invalid type <integer>"          }
     };
-    for (const auto &c : cases) EXPECT_HOLDS(specFailure({ c.spec }), c.failure);
+    for (const auto &c : cases) {
+        EXPECT_HOLDS(specFailure({ c.spec }), c.failure);
+        EXPECT_HOLDS(specFailure({ c.spec }), "ASSERTION in Function <cnfInit>");
+    }
+}
+
+TEST_F(cnf, anEnumValueWithAStarAnywhereIsHiddenAndLosesItsFirstCharacter)
+{
+    EXPECT_EQ(specFailure({ "a:b:c:*b:enum:red,a*b:h" }), "");
+    EXPECT_EQ(text("a"), "*b");
+    EXPECT_STREQ(cnfGetCnf("a")->enums[1], "*b");
+    EXPECT_EQ(cnfGetCnf("a")->hidden[0], 0);
+    EXPECT_EQ(cnfGetCnf("a")->hidden[1], 1);
+    EXPECT_HOLDS(specFailure({ "a:b:c:a*b:enum:red,a*b:h" }), "Invalid default opt <a*b>");
 }
 
 TEST_F(cnf, tooManyEnumValuesAreRefused)
@@ -246,13 +261,13 @@ TEST_F(cnf, intTexts)
 {
     static const struct { const char *text; int value; } good[] = {
         { "0x10", 16 }, { "010", 8 }, { "-12", -12 }, { "+3", 3 }, { " 5", 5 }, { "2147483647", 2147483647 },
-        { "-2147483648", -2147483647 - 1 }
+        { "-2147483648", -2147483647 - 1 }, { "", 0 }        /* nothing is left behind the number */
     };
     for (const auto &g : good) {
         init({ "-c", g.text });
         EXPECT_EQ(cnfGetInt("count"), g.value) << g.text;
     }
-    for (const char *bad : { "12abc", "", " ", "08", "1.5", "0x", "2147483648", "-2147483649", "99999999999999999999" })
+    for (const char *bad : { "12abc", " ", "08", "1.5", "0x", "2147483648", "-2147483649", "99999999999999999999" })
         EXPECT_EQ(failure({ "-c", bad }),
                   errorText(std::string("Invalid int <") + bad + "> for command line option <-c>"));
 }
@@ -260,15 +275,28 @@ TEST_F(cnf, intTexts)
 TEST_F(cnf, realTexts)
 {
     static const struct { const char *text; double value; } good[] = {
-        { "1.5d3", 1500 }, { "1.5D-1", 0.15 }, { "1.5e3", 1500 }, { "-2", -2 }, { "1e-400", 0 }, { "3d0", 3 }
+        { "1.5d3", 1500 }, { "1.5D-1", 0.15 }, { "1.5e3", 1500 }, { "-2", -2 }, { "1e-400", 0 }, { "3d0", 3 }, { "", 0 }
     };
     for (const auto &g : good) {
         init({ "-s", g.text });
         EXPECT_DOUBLE_EQ(real("size"), g.value) << g.text;
     }
-    for (const char *bad : { "", "d3", "1.5d", "1.5d3d2", "1.5x", "1e999", "1d999", "1,5" })
+    for (const char *bad : { " ", "d", "d3", "1.5d", "1.5d3d2", "1.5x", "1e999", "1d999", "1,5" })
         EXPECT_EQ(failure({ "-s", bad }),
                   errorText(std::string("Invalid real <") + bad + "> for command line option <-s>"));
+}
+
+TEST_F(cnf, numbersAndNamesDoNotDependOnTheLocale)
+{
+    useCommaLocale();
+    useFile("WIN64.s = 2.5\nIN.c = 4\n");
+    init();
+    EXPECT_EQ(real("size"), 2.5);
+    init({ "-s", "2.5d-1" });
+    EXPECT_EQ(real("size"), 0.25);
+    EXPECT_EQ(failure({ "-s", "1,5" }), errorText("Invalid real <1,5> for command line option <-s>"));
+    const char *const specs[] = { "help:h:h:0:bool:-:h", "size:the_size:s:1.5:real:-:a size", nullptr };
+    EXPECT_HOLDS(output([&] { init({ "-h" }, specs); }), "the_size= 2.500000e+00 [one.cnf]\n");
 }
 
 /* Command line */
@@ -421,15 +449,56 @@ TEST_F(cnf, badValuesInAFile)
     EXPECT_EQ(cnfGetInt("count"), 5);
 }
 
+/* The lowest descriptor that is free. */
+static int freeDescriptor()
+{
+    int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
 TEST_F(cnf, aFileIsClosedBeforeItsFailureIsRaised)
 {
     useFile("c = bad\n");
-    int before = dup(0);
-    close(before);
-    for (int i = 0; i < 5; ++i) EXPECT_NE(failure(), "");
-    int after = dup(0);
-    close(after);
-    EXPECT_EQ(after, before);
+    int before = freeDescriptor();
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_NE(failure(), "");
+        EXPECT_EQ(freeDescriptor(), before);
+    }
+}
+
+TEST_F(cnf, filesAreClosedWhenTheyHaveBeenRead)
+{
+    testWrite("1st.cnf", "c = 1\n");
+    testWrite("2nd.cnf", "c = 2\n");
+    std::filesystem::create_directories("folder");
+    setenv("QUENTA_CNF_FILES", "1st.cnf:folder:2nd.cnf", 1);
+    int before = freeDescriptor();
+    init();
+    EXPECT_EQ(cnfGetInt("count"), 1);
+    EXPECT_EQ(freeDescriptor(), before);
+}
+
+/* Bytes that are allocated. */
+static long long heapInUse()
+{
+#if __GLIBC_PREREQ(2, 33)
+    const struct mallinfo2 info = mallinfo2();
+#else
+    const struct mallinfo info = mallinfo();
+#endif
+    return (long long) info.uordblks + (long long) info.hblkhd;
+}
+
+/* A list of many entries, all of them empty, is what an abandoned call has on its hands. */
+TEST_F(cnf, whatAnAbandonedCallLeavesIsPutAwayByTheNext)
+{
+    setenv("QUENTA_CNF_FILES", std::string(100000, ':').c_str(), 1);
+    const char *const specs[] = { "help:h:h:x:str:-:h", nullptr };
+    EXPECT_HOLDS(failure({}, specs), "key <help> is not a Bool");
+    long long before = heapInUse();
+    for (int i = 0; i < 20; ++i) EXPECT_HOLDS(failure({}, specs), "key <help> is not a Bool");
+    EXPECT_LT(heapInUse() - before, 100000);
 }
 
 TEST_F(cnf, theCommandLineBeatsAFile)
@@ -542,6 +611,25 @@ TEST_F(cnf, linesAreReadBounded)
     init();
     EXPECT_STREQ(cnfGetStr("title"), "a");
     EXPECT_EQ(cnfGetInt("count"), 3);
+
+    std::string zeros = "# zeros: ";                        /* a zero does not make the rest another line */
+    zeros += '\0';
+    useFile(zeros + std::string(8191 - zeros.size(), ' ') + "c = 4\nt = next\n");
+    init();
+    EXPECT_EQ(cnfGetInt("count"), 7);
+    EXPECT_STREQ(cnfGetStr("title"), "next");
+}
+
+TEST_F(cnf, aLineThatIsTooComplexIsReportedAndPassedOver)
+{
+    useFile("c = 1\n\nt = " + std::string(4200, 'y') + "\nc = 3\n");
+    std::string out = output([] {
+        init();
+        _exit(fflush(stdout) == 0 && cnfGetInt("count") == 3 && text("title") == "untitled" ? 4 : 5);
+    });
+    EXPECT_EQ(out, "acme-tool: *** ERROR: Line <3> of file <one.cnf> is too complex, it is passed over\n");
+    useFile("t = " + std::string(4000, 'y') + "\n");
+    EXPECT_EQ(output([] { init(); }), "");
 }
 
 /* Standard keys */
@@ -576,6 +664,21 @@ TEST_F(cnf, pDirBecomesTheCurrentFolderInEveryCase)
     }
 }
 
+TEST_F(cnf, aFolderIsOnlyGoneToIfItIsAnother)
+{
+    static int nCalls;
+    int (*const former)(const char *) = sysMach.chdir;
+    static const struct { const char *dir; int nCalls; } cases[] = { { ".", 0 }, { "", 0 }, { "case", 1 } };
+    std::filesystem::create_directories("case");
+    for (const auto &c : cases) {
+        nCalls = 0;
+        sysMach.chdir = [](const char *dir) { return nCalls += dir[0] != '/', chdir(dir); };
+        EXPECT_EQ(failure({ "-pdir", c.dir }), "");         /* later it goes to where it is, by its full name */
+        EXPECT_EQ(nCalls, c.nCalls) << c.dir;
+    }
+    sysMach.chdir = former;
+}
+
 TEST_F(cnf, anEmptyExecBecomesTheProgram)
 {
     const char *const specs[] = { "exec:executable:exec:_none:str:-:program", nullptr };
@@ -583,6 +686,8 @@ TEST_F(cnf, anEmptyExecBecomesTheProgram)
     EXPECT_STREQ(cnfGetStr("exec"), "_none");
     init({ "-exec", "" }, specs);
     EXPECT_STREQ(cnfGetStr("exec"), "acme-tool");
+    checkReturns(cnfInit(specs, 0, nullptr));
+    EXPECT_STREQ(cnfGetStr("exec"), "_none");
 }
 
 TEST_F(cnf, aFalseSyncTurnsItOff)
@@ -600,11 +705,11 @@ TEST_F(cnf, aStandardKeyOfAnotherTypeFails)
     EXPECT_HOLDS(specFailure({ "help:h:h:x:str:-:h" }), "key <help> is not a Bool");
 }
 
-TEST_F(cnf, lbuffAndMemvAreAccepted)
+TEST_F(cnf, lbuffMakesOutputComeLineByLine)
 {
-    const char *const specs[] = { "lbuff:lb:lb:off:bool:-:h", "memv:mv:mv:off:bool:-:h", nullptr };
+    const char *const specs[] = { "lbuff:lb:lb:off:bool:-:h", nullptr };
     std::string out = output([&] {
-        init({ "-lb", "-mv" }, specs);
+        init({ "-lb" }, specs);
         sysMessage("line");
         _exit(0);                                           /* unflushed: only line buffering shows it */
     });
@@ -705,6 +810,14 @@ TEST_F(cnf, atMostAThousandEntriesOfTheEnvironmentArePrinted)
     int lines = 0;
     for (char c : out) lines += c == '\n';
     EXPECT_EQ(lines, 1004);
+}
+
+TEST_F(cnf, aProcessMayHaveNoEnvironmentAtAll)
+{
+    EXPECT_EQ(output([] {
+        clearenv();
+        cnfPrintEnv();
+    }), headed("\nCurrent Environment Variables:\n\n\n"));
 }
 
 TEST_F(cnf, anEnumOfManyLongValuesIsCutInTheUsage)

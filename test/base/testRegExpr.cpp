@@ -10,6 +10,10 @@
 #include <regex>
 #include <vector>
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "base/regExpr.h"
 #include "test/testUtil.h"
 
@@ -289,7 +293,12 @@ TEST(regExpr, theCodeOfAPattern)
         { "a|b",    { 11, 5, 0, 4, 'a', 9, 2, 0, 4, 'b', 0 } },
         { "(a)\\1", { 6, 1, 4, 'a', 7, 1, 8, 1, 0 } },
         { "\\`\\'\\<\\>\\b\\B", { 14, 15, 16, 17, 18, 19, 0 } },
-        { "\\w\\W", { 20, 1, 21, 1, 0 } }
+        { "\\w\\W", { 20, 1, 21, 1, 0 } },
+        /* a set: the lowest character is the lowest bit of the first byte */
+        { "[ab0-9]", { 3, 0, 0, 0, 0, 0, 0, 0xff, 3, 0, 0, 0, 0, 6, 0, 0, 0,
+                          0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 } },
+        { "[^\x01-\xfe]", { 3, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                               0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0 } }
     };
     for (const auto &c : cases) {
         Pattern p(c.pattern);
@@ -372,6 +381,60 @@ TEST(regExpr, moreThan4100ChoicePointsAreAFailureAndNoFalseNoMatch)
     EXPECT_EQ(regs.start[1], 1);
 }
 
+/* Each would take longer than the age of the universe, or of whoever waits for it. */
+TEST(regExpr, aMatchThatTriesForEverGivesUp)
+{
+    const std::string text(60, 'a');
+    EXPECT_EQ(matchLength("(a|a)*b", text), -2);
+    EXPECT_EQ(matchLength("^case++\\.[0-9]+$", "cas" + std::string(37, 'e') + ".1.cli"), -2);
+    EXPECT_EQ(matchLength("(a|a)*", text), 60);
+
+    /* here a single step may look through much */
+    EXPECT_EQ(matchLength("((a*)*|a)*b", std::string(2000, 'a')), -2);
+    EXPECT_EQ(matchLength("(a*)(\\1|a)*b", std::string(1000, 'a')), -2);
+}
+
+TEST(regExpr, anHonestMatchOfALongTextIsNotGivenUp)
+{
+    const char line[] = "^[ \t]*([a-z]+)([ \t]*[=:][ \t]*|[ \t]+)(.*[^ \t])[ \t]*$";
+    EXPECT_EQ(matchLength(line, "k" + std::string(4000, ' ')), -1);
+    EXPECT_EQ(matchLength(line, "k" + std::string(2000, ' ') + "=" + std::string(2000, ' ')), 4002);
+}
+
+TEST(regExpr, aLoopAtTheEndTakesALongText)
+{
+    const std::string text(5000, 'a');
+    EXPECT_EQ(matchLength("a*", text), 5000);
+    EXPECT_EQ(matchLength(".*", text), 5000);
+    EXPECT_EQ(matchLength("(a)+", text), 5000);
+}
+
+#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
+enum { SANITIZED = 1 };
+#elif defined __has_feature
+enum { SANITIZED = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) };
+#else
+enum { SANITIZED = 0 };
+#endif
+
+TEST(regExpr, withoutMemoryForTheCodeCompilingFails)
+{
+    if (SANITIZED) GTEST_SKIP() << "a sanitizer's own memory is beyond any limit";
+    const std::string text(24 << 20, 'a');
+    const pid_t child = fork();
+    if (child == 0) {
+        const struct rlimit most = { 64 << 20, 64 << 20 };
+        if (setrlimit(RLIMIT_AS, &most) != 0) _exit(3);
+        rePattern p = {};
+        const char *error = reCompilePattern(text.data(), (int) text.size(), &p);
+        _exit(!error ? 1 : strcmp(error, "Out of memory") != 0 ? 2 : p.buffer ? 0 : 4);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
 TEST(regExpr, aLongTrailOfRegistersIsPutBack)
 {
     /* every turn writes all of eight registers; all of it is taken back before the last alternative matches */
@@ -390,6 +453,36 @@ TEST(regExpr, caseFoldingAppliesToBothSides)
     for (const auto &c : cases) {
         Pattern p(c.pattern, fold);
         EXPECT_EQ(p.match(c.text), c.length) << c.pattern;
+    }
+}
+
+/* With `a` folded to a hyphen and `+` to a letter, what is a word is told by the folded characters. */
+TEST(regExpr, wordsAreThoseOfTheFoldedText)
+{
+    char fold[256];
+    for (int c = 0; c < 256; ++c) fold[c] = (char) (c == 'a' ? '-' : c == '+' ? 'b' : c);
+    static const struct { const char *pattern, *text; int pos, length; } cases[] = {
+        { "\\<b",  "ab", 1, 1 },    { "\\<b", "+b", 1, -1 },   { "b\\>", "ba", 0, 1 },   { "b\\>", "b+", 0, -1 },
+        { "\\b",   "ab", 1, 0 },    { "\\b",  "+b", 1, -1 },   { "\\B",  "a-", 1, 0 },   { "\\B",  "+-", 1, -1 },
+        { "\\w",   "a",  0, -1 },   { "\\w",  "+",  0, 1 },    { "\\W",  "a",  0, 1 },   { "\\W",  "+",  0, -1 },
+        { "\\<\\+", "b", 0, 1 },    { "\\<a", "-",  0, -1 }
+    };
+    for (const auto &c : cases) {
+        Pattern p(c.pattern, fold);
+        EXPECT_EQ(p.match(c.text, c.pos), c.length) << c.pattern << " on " << c.text;
+    }
+
+    char map[256];
+    static const struct { const char *pattern, *in, *out; } maps[] = {
+        { "\\w", "b+", "a-" },  { "\\W", "a-", "b+" },  { "a", "a-", "b+" },  { "b", "b+", "a-" },
+        { "[+]", "b+", "a-" }
+    };
+    for (const auto &m : maps) {
+        Pattern p(m.pattern, fold);
+        p.pattern.fastmap = map;
+        reCompileFastmap(&p.pattern);
+        for (const char *c = m.in; *c; ++c) EXPECT_EQ(map[(int) *c], 1) << m.pattern << " " << *c;
+        for (const char *c = m.out; *c; ++c) EXPECT_EQ(map[(int) *c], 0) << m.pattern << " " << *c;
     }
 }
 
