@@ -12,7 +12,10 @@
 
 #include "rdb/rdbInt.h"
 
+#include <limits.h>
 #include <string.h>
+
+#include <algorithm>
 
 enum { ANY = -1 };                  /* number of indices of a request that the library makes itself: not tested */
 
@@ -47,7 +50,8 @@ static int checkIndices(rdbHd *hd, const rdbKeyRow *row, const int i[3])
     for (int s = 0; s < row->nIdx; ++s) {
         int n = 0;
         if (!count(hd, row, row->idxKey[s], &n, i)) return 0;
-        if (i[s] < 0 || i[s] >= n) return rdbFail(outOfRange[s], i[s], n - 1);
+        const int last = (int) std::max((int64_t) n - 1, (int64_t) INT_MIN);         /* a file may count anything */
+        if (i[s] < 0 || i[s] >= n) return rdbFail(outOfRange[s], i[s], last);
     }
     return 1;
 }
@@ -110,15 +114,18 @@ int rdbGetType(rdbHd *hd, const char *key, int *type)
     return row ? 1 : rdbFail("%s not found", key);
 }
 
-/* nIdx is not looked at: the keys that size the answer take what they need of the indices. */
+/* nIdx is not looked at: the keys that size the answer take what they need of the indices. A size is -1 until it is
+   told; where the first one fails, the second is left alone. */
 int rdbGetDims(rdbHd *hd, const char *key, int nIdx, int i1, int i2, int i3, int *d1, int *d2)
 {
     const rdbKeyRow *row = rdbFindKey(key);
     if (!row) return rdbFail("%s not found", key);
-    *d1 = *d2 = -1;
     int *const dims[2] = { d1, d2 };
-    for (int k = 0; k < row->nDims; ++k)
+    for (int k = 0; k < 2; ++k) {
+        *dims[k] = -1;
+        if (k >= row->nDims) continue;
         if (!rdbGetData(hd, row, row->dimKey[k], dims[k], RDB_INT, ANY, i1, i2, i3, -1, -1)) return 0;
+    }
     return 1;
 }
 

@@ -160,6 +160,13 @@ static long groupNumber(const rdbOutFam *fam, const char *name, const reRegister
     return strtol(digits, NULL, 10);
 }
 
+static int isStepName(const rdbOutFam *fam, const char *name, reRegisters *regs)
+{
+    const int n = reMatch(&pattern, name, (int) strlen(name), 0, regs);
+    if (n == -2) sysFailIn(fam->initName, "expression is too complex for file <%s>", name);
+    return n >= 1;
+}
+
 /* The steps of the listed names, ascending, each once. A number that is no step number has no file that "%d" names. */
 static void findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
 {
@@ -169,7 +176,7 @@ static void findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
     int n = 0;
     for (int i = 0; i < hd->nFiles; ++i) {
         const char *name = hd->files[i];
-        if (reMatch(&pattern, name, (int) strlen(name), 0, &regs) < 1) continue;
+        if (!isStepName(fam, name, &regs)) continue;
         const long step = groupNumber(fam, name, &regs);
         if (step >= INT_MIN && step <= INT_MAX) info->steps[n++] = (int) step;
     }

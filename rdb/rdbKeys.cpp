@@ -11,6 +11,8 @@
 
 #include <string.h>
 
+#define rdb_logEventDim rdb_nSdims            /* three reals tell an event: two keys, one getter */
+
 #define KEY(name, ...) RDB_GETTER(rdb_##name);
 extern "C" {
 #include "rdb/rdbKeys.def"
@@ -32,6 +34,8 @@ static constexpr int length(const char *text)
     while (text[n]) ++n;
     return n;
 }
+
+enum { TOO_LONG = 64 };               /* no key has as many characters: the search looks no further */
 
 static constexpr rdbKeyRow row(const char *name, int type, keyNames idx, keyNames dim, int needsRun, rdbGetter getter)
 {
@@ -106,14 +110,22 @@ static constexpr bool ascending(const keyTable &table)
     return true;
 }
 
+static constexpr bool allShort(const keyTable &table)
+{
+    for (int i = 0; i < N_KEYS; ++i)
+        if (table.rows[i].nameLen >= TOO_LONG) return false;
+    return true;
+}
+
 static constexpr keyTable rdbKeyTable = byName(asWritten);
 static_assert(ascending(rdbKeyTable), "rdbKeys.def: a key stands twice");
+static_assert(allShort(rdbKeyTable), "rdbKeys.def: a key is too long for the search");
 
 /* ----------------------------------------------------------------------------------------------- search and getters */
 
 const rdbKeyRow *rdbFindKey(const char *name)
 {
-    const int n = (int) strnlen(name, 64);           /* no key is as long, so that long texts cost nothing */
+    const int n = (int) strnlen(name, TOO_LONG);     /* so that long texts cost nothing */
     for (unsigned s = hashOf(name, n); rdbKeyTable.slots[s] >= 0; s = (s + 1) % N_SLOTS) {
         const rdbKeyRow *row = &rdbKeyTable.rows[rdbKeyTable.slots[s]];
         if (row->nameLen == n && !memcmp(row->name, name, n)) return row;

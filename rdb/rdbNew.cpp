@@ -2,9 +2,10 @@
  *
  * A handle may be told a folder to work in (pdir). Then every operation that touches files goes there and back again:
  * rdbEnter and rdbLeave, which nest, and of which only the outermost pair moves. Names of files are relative to it. An
- * operation that ends in a failed assertion never reaches rdbLeave: the process stays in the folder, the depth stays
- * raised, and later operations work there and no longer go back. That is part of the interface; a client that traps
- * failures and uses pdir puts its current directory right itself.
+ * operation that fails an assertion on its way never reaches rdbLeave: the process stays in the folder and the depth
+ * stays raised, so that later operations go nowhere and work where the process stands, which is there unless the client
+ * moves it. That is part of the interface; a client that traps failures and uses pdir goes back itself, once it is done
+ * with the handle. A folder that cannot be entered raises nothing: the next operation tries again.
  *
  * In this file: error text, guard, rdbNew and rdbFree, and the keys that answer from the handle itself. */
 
@@ -14,6 +15,8 @@
 #include <string.h>
 
 #include "base/cnf.h"
+
+static_assert((int) RDB_TEXT == (int) SYS_TEXT, "rdb.h: clients size their texts by it, getters cut at SYS_TEXT");
 
 /* ------------------------------------------------------------------------------------- the text of the last failure */
 
@@ -50,9 +53,12 @@ const char *rdbGetError(void) { return errorText; }
 
 void rdbEnter(rdbHd *hd)
 {
-    if (!hd->pdir || hd->dirDepth++ > 0) return;
-    sysGetCwd(hd->savedCwd, SYS_TEXT);
-    sysSetCwd(hd->pdir);
+    if (!hd->pdir) return;
+    if (hd->dirDepth == 0) {
+        sysGetCwd(hd->savedCwd, SYS_TEXT);
+        sysSetCwd(hd->pdir);
+    }
+    ++hd->dirDepth;
 }
 
 void rdbLeave(rdbHd *hd)
@@ -114,7 +120,7 @@ rdbHd *rdbNew(const char *problem, const char *dir, const char *pdir, int verbos
 
 void rdbFree(rdbHd *hd)
 {
-    if (hd->runId != -1) rdbCloseRun(hd);
+    if (hd->run || hd->runId != -1) rdbCloseRun(hd);
     rdbDropFiles(hd);
     memFree(hd->problem);
     memFree(hd->dir);

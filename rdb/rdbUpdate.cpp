@@ -5,8 +5,8 @@
  * stands in them as it is, so that what is special in an expression is special there too.
  *
  * rdbUpdate looks at the time of the directory, which moves whenever the solver makes a file. If it moved, the names
- * are read anew and the open run is opened anew, which drops all that was cached. Nothing else can have changed: no
- * cache holds what comes from one growing file.
+ * are read anew and the open run is opened anew, which drops all that was cached. A file that grows does not move it:
+ * the files of a run that grow with each step are a table, and the time of each is looked at by itself.
  *
  * A scan gives its arrays to the handle as it fills them, and counts them only when they stand: a failure in the middle
  * leaves a handle that knows less, never one that points nowhere.
@@ -156,7 +156,14 @@ static void classify(rdbHd *hd)
     sortNames(hd->undefFiles, hd->nUndefFiles);
 }
 
-/* A run is a client information file in text form. Two names for one run id fail in the hash. */
+/* Two names for one run id. The hash would tell too, but not of run 0, since 0 marks its empty slots. */
+static void refuseTwice(const int *ids, int n)
+{
+    for (int i = 1; i < n; ++i)
+        if (ids[i] == ids[i - 1]) sysFailIn("mtxNewInvHash", "Duplicate key <%d>", ids[i]);
+}
+
+/* A run is a client information file in text form. */
 static void findRuns(rdbHd *hd)
 {
     int n = 0, id;
@@ -171,6 +178,7 @@ static void findRuns(rdbHd *hd)
     for (int i = 0, k = 0; i < hd->nRunFiles && k < n; ++i)
         if (runOf(hd->files[i], &id)) hd->runIds[k++] = id;
     sysSortInts(hd->runIds, n);
+    refuseTwice(hd->runIds, n);
     if (n > 0) hd->runIdHash = mtxNewInvHash(hd->runIds, n);
     if (n > 0) hd->maxRunId = hd->runIds[n - 1];
     hd->nRuns = n;
@@ -230,6 +238,44 @@ int rdbUpdateDir(rdbHd *hd)
 
 /* ------------------------------------------------------------------------------------------------------- the update */
 
+enum { TOP, MINUTE = 60 };
+
+/* The event table is no cache yet: that it grew is told all the same. */
+static int dropTop(runHd *) { return 1; }
+
+/* The files of a run that grow while it is open, `<problem>.<run>.<ext>`. To watch one more, add a row. */
+static const struct {
+    const char *ext;
+    int         time;                /* its place in runHd::fileTimes: the time when it was last found newer */
+    int       (*drop)(runHd *run);   /* drops what was read from it; 0: nothing was, and no answer can differ */
+} watched[] = {
+    { "top", TOP, dropTop },
+};
+
+/* The time of a run's file in the form that the last scan saw; 0 if it saw none. */
+static int runFileTime(rdbHd *hd, const char *ext)
+{
+    char name[SYS_TEXT], path[SYS_TEXT];
+    rdbFormat(name, "%s.%d.%s", hd->problem, hd->runId, ext);
+    const int opt = rdbFindFile(hd, name);
+    if (!opt) return 0;
+    rdbFormat(path, "%s/%s%s", hd->dir, name, rdbFormSuffix(opt));
+    return iopFileTime(path);
+}
+
+/* A time of a file has the grain of a second, and what is written may reach the disk late: once a minute the .top file
+   counts as newer even if its time stands. */
+static void updateFiles(rdbHd *hd, int *flag)
+{
+    if (hd->lastUpdate && (int64_t) sysTime() - hd->lastUpdate > MINUTE) hd->run->fileTimes[TOP] = 0;
+    for (const auto &file : watched) {
+        const int time = runFileTime(hd, file.ext);
+        if (time <= hd->run->fileTimes[file.time] || !file.drop(hd->run)) continue;
+        hd->run->fileTimes[file.time] = time;
+        *flag = 1;
+    }
+}
+
 /* With the guard held. The directory's time is stored only when all went well, so that the next update tries again. */
 static int update(rdbHd *hd, int *flag)
 {
@@ -243,6 +289,7 @@ static int update(rdbHd *hd, int *flag)
         if (hd->run && !rdbOpenRun(hd, hd->runId)) return 0;
     }
     hd->dirTime = time;
+    if (hd->run && hd->runId != -1) updateFiles(hd, flag);
     if (*flag) hd->lastUpdate = sysTime();
     return 1;
 }
