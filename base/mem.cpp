@@ -21,6 +21,7 @@ uint64_t memAllocated;
     const double toMegabytes = 9.5367431640625e-07;
     const char *prog = sysGetProgName();
     char text[SYS_TEXT];
+    const locale_t host = uselocale(sysPlainLocale());          /* a decimal point is one everywhere */
     snprintf(text, sizeof text,
              "%s: *** Allocated         \t<%.6f> Mbytes\n"
              "%s: *** Unable to allocate\t<%.6f> Mbytes\n"
@@ -29,6 +30,7 @@ uint64_t memAllocated;
              "%s: *** Memory Allocation Error; from file <%s> line <%d>",
              prog, (double) sysPeakMemory() * toMegabytes, prog, (double) size * toMegabytes, prog, sysAvailRam(),
              prog, sysSwapSize(), prog, file, line);
+    uselocale(host);
     sysFailIn(function, "Memory Allocation Error\n%s", text);
 }
 

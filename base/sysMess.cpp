@@ -61,7 +61,7 @@ void sysSetProgName(const char *name)
     formatCut(sysMess.progPath, sizeof sysMess.progPath, "%s", name);
     const char *base = behindLast(behindLast(name, '/'), '\\');
     if (strlen(base) >= SYS_TEXT) sysFail("program name is too long <%s>", base);
-    formatCut(sysMess.progName, sizeof sysMess.progName, "%s", base);
+    memmove(sysMess.progName, base, strlen(base) + 1);             /* it may be our own text */
     char *dot = strrchr(sysMess.progName, '.');
     if (dot) *dot = 0;
 }

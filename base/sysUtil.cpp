@@ -1,7 +1,7 @@
 /* sysUtil.cpp: the small loops over integers and reals that every other module uses, and the plain locale.
  *
  * All of the loops do nothing for a count below 1. The arrays may be as large as a mesh, so positions are formed in 64
- * bits and sorting is never worse than n log n. */
+ * bits, and sorting takes about n log n steps. */
 
 #include "base/sys.h"
 

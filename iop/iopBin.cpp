@@ -23,7 +23,7 @@ enum {
     BLOCK = 8                               /* bytes of a string are a multiple of this     */
 };
 
-static const int64_t slice = 0x4000000;     /* values that one call of stdio is trusted with */
+int64_t iopBinSlice = 0x4000000;            /* values that one call of stdio is trusted with */
 
 /* ---- the tag ---- */
 
@@ -81,9 +81,19 @@ static void checkTag(iopHd *hd, int *budget)
     if (hd->fileReal == CVT_REAL_LE) hd->fileFloat = CVT_FLOAT_LE;
 }
 
+/* The program's version as one word, or we could not read the tag. */
+static void versionWord(char word[SYS_TEXT])
+{
+    const char *version = sysGetVersion();
+    snprintf(word, SYS_TEXT, "%s", *version ? version : "_");
+    for (char *c = word; (c = strpbrk(c, " \t\n\v\f\r")); ) *c = '_';
+}
+
 static void writeTag(iopHd *hd)
 {
-    const int n = fprintf(hd->fp, "%s %s %d %d %d %d\n", magic, sysGetVersion(), hd->fileInt, 4, hd->fileReal, 8);
+    char version[SYS_TEXT];
+    versionWord(version);
+    const int n = fprintf(hd->fp, "%s %s %d %d %d %d\n", magic, version, hd->fileInt, 4, hd->fileReal, 8);
     if (n < 0 || fflush(hd->fp) != 0) iopGiveUp(hd, "iopOpenFile", "unable to write the tag %s", iopFileInfo(hd));
 }
 
@@ -138,9 +148,9 @@ static void toNative(const iopHd *hd, const iopNum *num, void *values, int64_t n
 {
     const int from = hd->*num->file, to = hd->*num->native;
     if (from == to) return;
-    for (int64_t i = 0; i < n; i += slice) {
+    for (int64_t i = 0; i < n; i += iopBinSlice) {
         char *some = (char *) values + i * num->size;
-        num->convert(some, some, from, to, (int) (n - i < slice ? n - i : slice));
+        num->convert(some, some, from, to, (int) (n - i < iopBinSlice ? n - i : iopBinSlice));
     }
 }
 
@@ -213,8 +223,8 @@ int iopBinHolds(iopHd *hd, int64_t n, int size)
 
 int iopBinPutBin(iopHd *hd, const int *src, int64_t n)
 {
-    for (int64_t i = 0; i < n; i += slice) {
-        const size_t some = (size_t) (n - i < slice ? n - i : slice);
+    for (int64_t i = 0; i < n; i += iopBinSlice) {
+        const size_t some = (size_t) (n - i < iopBinSlice ? n - i : iopBinSlice);
         if (!hd->fp || fwrite(src + i, sizeof *src, some, hd->fp) != some) return 0;
     }
     return 1;

@@ -6,7 +6,6 @@
 
 #include "iop/iopInt.h"
 
-#include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
 #include <string.h>
@@ -25,9 +24,15 @@ struct iopDir {
 };
 
 static iopDir *closedDirs;
+static iopDir *scanning;                    /* still set at the next scan: memory ran out on the way */
 
 static iopDir *takeDir(const char *name)
 {
+    if (scanning) {
+        closedir(scanning->dir);
+        iopCloseDir(scanning);
+        scanning = NULL;
+    }
     iopDir *dir = closedDirs;
     if (dir) closedDirs = dir->next;
     else dir = memNewZ(iopDir, 1);
@@ -36,6 +41,8 @@ static iopDir *takeDir(const char *name)
     dir->used = dir->pos = 0;
     return dir;
 }
+
+static int isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 /* The name that the system is asked for: a last backslash counts as a slash, and a drive letter alone is the current
    directory of that drive, which is the current directory where there are no drives. 0, errno: no such name can be. */
@@ -48,7 +55,7 @@ static int systemName(const char *name, char *path)
     }
     strcpy(path, name);
     if (length > 0 && path[length - 1] == '\\') path[length - 1] = '/';
-    if (length == 2 && path[1] == ':' && isalpha((unsigned char) path[0])) strcpy(path, ".");
+    if (length == 2 && path[1] == ':' && isLetter(path[0])) strcpy(path, ".");
     return 1;
 }
 
@@ -64,18 +71,23 @@ static void addName(iopDir *dir, const char *name)
     dir->used += n;
 }
 
-/* 1, or 0 and errno. A directory that holds nothing but itself and its parent has no names. */
-static int scan(iopDir *dir)
+/* Null and errno if there is no such directory. */
+static DIR *openNamed(const char *name)
 {
     char path[MAX_PATH + 1];
     struct stat st;
-    if (!systemName(dir->dirName, path) || stat(path, &st) != 0) return 0;
-    if (!S_ISDIR(st.st_mode)) {
-        errno = ENOTDIR;
-        return 0;
-    }
-    dir->dir = opendir(path);
+    if (!systemName(name, path) || stat(path, &st) != 0) return NULL;
+    if (S_ISDIR(st.st_mode)) return opendir(path);
+    errno = ENOTDIR;
+    return NULL;
+}
+
+/* 1, or 0 and errno. A directory that holds nothing but itself and its parent has no names. */
+static int scan(iopDir *dir)
+{
+    dir->dir = openNamed(dir->dirName);
     if (!dir->dir) return 0;
+    scanning = dir;
     int empty = 1;
     errno = 0;
     for (const struct dirent *entry; (entry = readdir(dir->dir)); errno = 0) {
@@ -85,6 +97,7 @@ static int scan(iopDir *dir)
     const int error = errno;
     closedir(dir->dir);
     dir->dir = NULL;
+    scanning = NULL;
     if (empty) dir->used = 0;
     errno = error;
     return error == 0;
@@ -104,11 +117,9 @@ iopDir *iopOpenDir(const char *name)
 
 int iopIsDir(const char *name)
 {
-    if (strlen(name) >= SYS_NAME) return 0;
-    iopDir *dir = takeDir(name);
-    const int is = scan(dir);
-    iopCloseDir(dir);
-    return is;
+    DIR *dir = openNamed(name);
+    if (dir) closedir(dir);
+    return dir != NULL;
 }
 
 const char *iopReadDir(iopDir *dir)

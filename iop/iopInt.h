@@ -110,6 +110,7 @@ int     iopScanInt(iopHd *hd, void *dest);
 int     iopScanReal(iopHd *hd, void *dest);
 int     iopScanFloat(iopHd *hd, void *dest);
 
+extern int64_t iopBinSlice;                               /* values per call of stdio; smaller in tests     */
 void    iopBinOpen(iopHd *hd, int *budget);
 int     iopBinGetStr(iopHd *hd, char *text, int must);
 int     iopBinNoGetLine(iopHd *hd, char *text, int size);

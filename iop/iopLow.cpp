@@ -74,7 +74,6 @@ int iopGetIfStr(iopHd *hd, char *text)
 int iopGetLine(iopHd *hd, char *text, int size)
 {
     if (!(hd->opt & IOP_READ)) sysFail("not a read file <%s>", hd->fileName);
-    if (size < 2) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
     const int came = hd->form->getLine(hd, text, size);
     if (came) iopCount(hd, 1);
     return came;

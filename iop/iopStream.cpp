@@ -68,7 +68,6 @@ int iopStreamOpen(iopHd *hd, int *budget)
         hd->fp = fopen(name, bytes ? "wbe" : "we");
     }
     if (!hd->fp) return 0;
-    if (hd->opt & IOP_APPEND && !(hd->opt & IOP_READ)) fseeko(hd->fp, 0, SEEK_END);
     if (hd->opt & IOP_LINE_BUFFER) setvbuf(hd->fp, NULL, _IOLBF, 1024);
     if (hd->opt & IOP_NO_BUFFER) setvbuf(hd->fp, NULL, _IONBF, 1024);
     return 1;

@@ -6,7 +6,7 @@
  * reading a large text several times slower. The host's locale has no say in them.
  *
  * A token that the end of the data cuts short counts as whole, as with scanf, if it is a number or a word so far.
- * Numbers out of range become what strtol and strtod make of them. */
+ * Reals out of range become what strtod makes of them; an integer out of range fails. */
 
 #include "iop/iopInt.h"
 
@@ -112,6 +112,7 @@ int iopTextGetStr(iopHd *hd, char *text, int must)
 
 int iopTextGetLine(iopHd *hd, char *text, int size)
 {
+    if (size < 2) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
     int n = 0, c = -1;
     while (n < size - 1 && (c = byteAt(hd, 0)) >= 0) {
         hd->ahead.pos++;
@@ -120,18 +121,21 @@ int iopTextGetLine(iopHd *hd, char *text, int size)
     }
     text[n] = 0;
     if (n == 0) return 0;
-    n = (int) strlen(text);
-    if (n > 0 && text[n - 1] == '\n') {
+    if (text[n - 1] == '\n') {
         text[--n] = 0;
         if (n > 0 && text[n - 1] == '\r') text[--n] = 0;
     }
+    /* of the bytes read: a zero byte among them ends the text, not the line */
     if (n >= size - 1) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
     return 1;
 }
 
 int iopTextPutLine(iopHd *hd, const char *format, va_list args)
 {
-    return hd->fp && vfprintf(hd->fp, format, args) >= 0 && fputc('\n', hd->fp) != EOF;
+    const locale_t host = uselocale(sysPlainLocale());
+    const int written = hd->fp && vfprintf(hd->fp, format, args) >= 0 && fputc('\n', hd->fp) != EOF;
+    uselocale(host);
+    return written;
 }
 
 /* ---- numbers ---- */
@@ -152,21 +156,16 @@ int iopScanInt(iopHd *hd, void *dest)
     const int minus = c == '-';
     if (minus || c == '+') c = byteAt(hd, ++n);
     const int sign = n;
-    uint64_t value = 0;
-    int tooBig = 0;
-    for (; isDigit(c); c = byteAt(hd, ++n)) {
-        tooBig |= value > (UINT64_MAX - 9) / 10;
-        value = 10 * value + (uint64_t) (c - '0');
-    }
+    int64_t value = 0;                      /* stays where it is once it is too big */
+    for (; isDigit(c); c = byteAt(hd, ++n))
+        if (value <= INT_MAX) value = 10 * value + (c - '0');
     n = checkNumber(hd, n, n > sign);
     if (n < 1) return n;
+    if (minus) value = -value;
+    if (value != (int) value)
+        sysFail("integer <%.*s> exceeds 32 bits; %s", n < 40 ? n : 40, hd->ahead.data + hd->ahead.pos, iopFileInfo(hd));
     hd->ahead.pos += n;
-    if (dest) {
-        const uint64_t most = (uint64_t) INT64_MAX + (minus ? 1 : 0);
-        if (tooBig || value > most) value = most;
-        const uint32_t low = (uint32_t) (minus ? 0 - value : value);
-        memcpy(dest, &low, sizeof low);
-    }
+    if (dest) *(int *) dest = (int) value;
     return 1;
 }
 

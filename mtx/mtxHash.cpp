@@ -35,23 +35,25 @@ static bool consecutive(const int *keys, int n)
 }
 
 /* Puts (key, index) into the first empty pair from the slot on; false if the key is met on the way. A doubled key 0 is
-   not looked for: it goes in twice, and look-ups find the first. */
-static bool insert(int *hash, uint32_t h, uint32_t slot, int key, int index)
+   not looked for: it goes in twice, and look-ups find the first. Each pair passed takes one off the steps. */
+static bool insert(int *hash, uint32_t h, uint32_t slot, int key, int index, int64_t *steps)
 {
     int *pair = hash + 2 * (size_t) slot;
     while (pair[1] != -1) {
         if (pair[0] == key && key != 0) return false;
         if (++slot == h) slot = 0;
         pair = hash + 2 * (size_t) slot;
+        --*steps;
     }
     pair[0] = key;
     pair[1] = index;
     return true;
 }
 
-/* Fills a hash whose pairs are empty. Returns n, or the position of the first doubled key. The slots are scattered, so
+/* Fills a hash whose pairs are empty. Returns n, or the position of the first doubled key, or of the one that used up
+   the steps: keys chosen to share their slots would take n^2 of them. The slots are scattered, so
    that a large hash waits for memory at each key: the pairs of the next keys are asked for ahead. */
-static int fill(int *hash, uint32_t h, const int *keys, int n)
+static int fill(int *hash, uint32_t h, const int *keys, int n, int64_t *steps)
 {
     uint32_t slots[AHEAD];
     for (int from = 0, count; from < n; from += count) {
@@ -61,7 +63,7 @@ static int fill(int *hash, uint32_t h, const int *keys, int n)
             __builtin_prefetch(pairAt(hash, slots[i]), 1);
         }
         for (int i = 0; i < count; ++i)
-            if (!insert(hash, h, slots[i], keys[from + i], from + i)) return from + i;
+            if (!insert(hash, h, slots[i], keys[from + i], from + i, steps) || *steps < 0) return from + i;
     }
     return n;
 }
@@ -80,10 +82,12 @@ extern "C" int *mtxNewInvHash(const int *keys, int n)
     }
     memset(hash, 0xff, 2 * (size_t) h * sizeof(int));           /* all -1 */
     mode = 1;
-    int twice = fill(hash, h, keys, n);
-    if (twice < n) {
+    int64_t steps = 64 * (int64_t) n + 1000000;                 /* ordinary keys take about n */
+    int bad = fill(hash, h, keys, n, &steps);
+    if (bad < n) {
         memFree(hash);
-        sysFail("Duplicate key <%d>", keys[twice]);
+        if (steps < 0) sysFail("Keys cannot be told apart quickly: <%d> of <%d> share too few places", bad, n);
+        sysFail("Duplicate key <%d>", keys[bad]);
     }
     return hash;
 }
@@ -120,8 +124,9 @@ extern "C" int mtxIfInvHash(const int *hash, int n, int key, int *notFound)
 {
     uint32_t h = pairsFor(n);
     if (isDense(hash, h)) {
-        *notFound = key < hash[0];
-        return denseIndex(hash, key);
+        const int index = denseIndex(hash, key);
+        *notFound = key < hash[0] || index < 0;
+        return index;
     }
     const int *pair = findPair(hash, h, key);
     *notFound = !pair;

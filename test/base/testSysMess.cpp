@@ -77,6 +77,16 @@ TEST_F(sysMessTest, progNameLosesDirectoryAndLastExtension)
     }
 }
 
+TEST_F(sysMessTest, progNameMayBeSetToItself)
+{
+    sysSetProgName("/opt/pv.exe");
+    sysSetProgName(sysGetProgName());
+    EXPECT_STREQ(sysGetProgName(), "pv");
+    strcpy(sysMess.progName, "longdirectory/name.x");           /* source and target overlap */
+    sysSetProgName(sysMess.progName);
+    EXPECT_STREQ(sysGetProgName(), "name");
+}
+
 TEST_F(sysMessTest, progNameOf8192CharactersFailsAndOf8191IsTaken)
 {
     const std::string dir = "/some/where/";

@@ -66,6 +66,18 @@ TEST(sysUtil, sortTuplesOfNothing)
     EXPECT_EQ(v, (ints{ 2, 1 }));
 }
 
+TEST(sysUtil, copiesMayOverlap)
+{
+    double up[5] = { 1, 2, 3, 4, 5 }, down[5] = { 1, 2, 3, 4, 5 };
+    int ints[5] = { 1, 2, 3, 4, 5 };
+    sysCopyReals(up, up + 1, 4);
+    sysCopyReals(down + 1, down, 4);
+    sysCopyInts(ints, ints + 1, 4);
+    EXPECT_EQ(std::vector<double>(up, up + 5), (std::vector<double>{ 1, 1, 2, 3, 4 }));
+    EXPECT_EQ(std::vector<double>(down, down + 5), (std::vector<double>{ 2, 3, 4, 5, 5 }));
+    EXPECT_EQ(std::vector<int>(ints, ints + 5), (std::vector<int>{ 1, 1, 2, 3, 4 }));
+}
+
 TEST(sysUtil, fillingAndCopying)
 {
     double reals[4] = { 1, 2, 3, 4 }, realCopy[4] = {};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,5 +114,17 @@ TEST(iopDir, scansAreIndependentAndUsedAgain)
     iopCloseDir(d);
     EXPECT_EQ(iopOpenDir("e"), d);
     iopCloseDir(d);
-    for (int i = 0; i < 5000; ++i) EXPECT_EQ(iopIsDir("nope") + iopIsDir("d"), 1);
+    struct rlimit before, few;
+    getrlimit(RLIMIT_NOFILE, &before);
+    few = before;
+    few.rlim_cur = 100;
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_EQ(iopIsDir("nope") + iopIsDir("d"), 1);
+        d = nullptr;
+        checkReturns(d = iopOpenDir("d"));
+        if (!d) break;
+        iopCloseDir(d);
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
 }

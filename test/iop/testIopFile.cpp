@@ -1,6 +1,8 @@
 /* testIopFile.cpp: names, suffixes, opening and closing. */
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +18,19 @@ static int readOne(const char *name, int opt)
     iopCloseFile(fh);
     return value;
 }
+
+/* For its life the process may have `n` files open. */
+struct FileLimit {
+    struct rlimit before;
+    explicit FileLimit(rlim_t n)
+    {
+        getrlimit(RLIMIT_NOFILE, &before);
+        struct rlimit few = before;
+        few.rlim_cur = n;
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~FileLimit() { setrlimit(RLIMIT_NOFILE, &before); }
+};
 
 static bool exists(const char *name)
 {
@@ -350,13 +365,21 @@ TEST(iopFile, failedOpenGivesItsHandleBack)
     testWrite("t.B", "no tag\n");
     iopHd *fh = iopOpenFile("a", IOP_ASCII | IOP_READ);
     iopCloseFile(fh);
-    for (int i = 0; i < 5000; ++i)                      /* more than a process may have open */
+    FileLimit limit(100);
+    for (int i = 0; i < 200; ++i)
         checkFails("Invalid binary tag <no tag>; ", iopOpenFile("t", IOP_BINARY | IOP_READ));
     checkFails("in Function <iopOpenFile>", iopOpenFile("t", IOP_BINARY | IOP_READ));
     checkFails("unable to open ascii file", iopOpenFile("none", IOP_ASCII | IOP_READ));
     iopHd *again = iopOpenFile("a", IOP_ASCII | IOP_READ);
     EXPECT_EQ(again, fh);
     iopCloseFile(again);
+}
+
+TEST(iopFile, theReasonOfAFailedOpenOutlivesTheWait)
+{
+    testWhenSleeping([] { errno = EPERM; });
+    checkFails("unable to open ascii file <none>; No such file or directory",
+               iopOpenFile("none", IOP_ASCII | IOP_READ));
 }
 
 TEST(iopFile, aClosedHandleIsRefused)

@@ -1,5 +1,7 @@
 /* testIopText.cpp: the ascii form's own rules: numbers and words as scanf reads them, quotes, lines. */
 
+#include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 
@@ -35,13 +37,16 @@ template <class T> static std::string rawBytes(const T &value)
 
 static Token byScanf(FILE *fp, Kind kind)
 {
-    int i = 0;
+    long long i = 0;
     double r = 0;
     float f = 0;
     static char word[100000];
     Token token{ false, "", 0 };
     switch (kind) {
-    case INT:   token.came = fscanf(fp, "%d", &i) == 1;  token.value = rawBytes(i); break;
+    case INT:   /* beyond 32 bits: refused */
+        token.came = fscanf(fp, "%lld", &i) == 1 && i == (int) i;
+        token.value = rawBytes((int) i);
+        break;
     case REAL:  token.came = fscanf(fp, "%le", &r) == 1; token.value = rawBytes(r); break;
     case FLOAT: token.came = fscanf(fp, "%e", &f) == 1;  token.value = rawBytes(f); break;
     case WORD:  token.came = fscanf(fp, "%s", word) == 1; token.value = word; break;
@@ -158,6 +163,25 @@ TEST(iopText, numbersOfAnyHostLanguage)
     iopGetFloatF(fh, &f, 1);
     EXPECT_EQ(r[0] + r[1], 4.75);
     EXPECT_EQ(f, 2.5f);
+    iopCloseFile(fh);
+}
+
+TEST(iopText, integersBeyond32BitsFail)
+{
+    int i = 0;
+    for (const char *text : { "2147483648", "-2147483649", "4294967297", "18446744073709551617",
+                              "-99999999999999999999999999", "+1" "00000000000000000000000000000000000" }) {
+        iopHd *fh = openText(std::string(text) + " 5\n");
+        checkFails("integer <" + std::string(text) + "> exceeds 32 bits; in ascii file <t> token <0>",
+                   iopGetIntF(fh, &i, 1));
+        checkFails("> exceeds 32 bits; ", iopGetIntDsp(fh, 2));
+        iopCloseFile(fh);
+    }
+    iopHd *fh = openText("2147483647 -2147483648\n");
+    iopGetIntF(fh, &i, 1);
+    EXPECT_EQ(i, INT_MAX);
+    iopGetIntF(fh, &i, 1);
+    EXPECT_EQ(i, INT_MIN);
     iopCloseFile(fh);
 }
 
@@ -362,11 +386,26 @@ TEST(iopText, lineThatFillsTheBufferFails)
     }
 }
 
+TEST(iopText, lineTooLongWithAZeroByteFails)
+{
+    char text[10];
+    iopHd *fh = openText(std::string("12\000456789012345\n", 16));
+    checkFails("Buffer overflow <10>; in ascii file <t>", iopGetLine(fh, text, 10));
+    iopCloseFile(fh);
+    fh = openText(std::string("12\00045\nx\n", 9));
+    EXPECT_EQ(iopGetLine(fh, text, 10), 1);
+    EXPECT_STREQ(text, "12");
+    EXPECT_EQ(iopGetLine(fh, text, 10), 1);
+    EXPECT_STREQ(text, "x");
+    iopCloseFile(fh);
+}
+
 TEST(iopText, linesAreForTextOnly)
 {
     char text[20];
     testWrite("b.B", "QUENTA 1 2 4 6 8\nline\n");
     iopHd *fh = iopOpenFile("b", IOP_BINARY | IOP_READ);
     checkFails("incompatible mode for file <b>", iopGetLine(fh, text, 20));
+    checkFails("incompatible mode for file <b>", iopGetLine(fh, text, 1));
     iopCloseFile(fh);
 }

@@ -1,10 +1,13 @@
 /* testIopWrite.cpp: what is written, byte for byte. */
 
+#include <unistd.h>
+
 #include <climits>
 #include <numeric>
 
 #include "base/cvt.h"
 #include "iop/iopInt.h"
+#include "test/commaLocale.h"
 #include "test/iop/tokenBytes.h"
 
 static std::string writtenInts(int opt, int n1, int n2, int wrap)
@@ -188,5 +191,73 @@ TEST(iopWrite, bytesThatDoNotReachTheDiskFailAtClose)
     fh = iopOpenFile("/dev/full", IOP_ASCII | IOP_WRITE | IOP_NO_BUFFER);
     checkFails("unable to write to in ascii file </dev/full> token <0> near <__NONE__> format <x>",
                iopPrintLine(fh, "x"));
+    iopCloseFile(fh);
+}
+
+TEST(iopWrite, theTagsVersionIsOneWord)
+{
+    static const struct { const char *version, *word; } rows[] = {
+        { "", "_" }, { "2 beta\n1", "2_beta_1" }, { " ", "_" }, { "7.1", "7.1" },
+    };
+    const std::string before = sysGetVersion();
+    for (const auto &row : rows) {
+        int v = 5;
+        sysSetVersion(row.version);
+        iopHd *fh = iopOpenFile("w", IOP_BINARY | IOP_WRITE);
+        iopPutIntF(fh, &v, 1, 1, 0);
+        iopCloseFile(fh);
+        EXPECT_EQ(testRead("w.B"), "QUENTA " + std::string(row.word) + std::string(" 2 4 6 8\n\5\0\0\0", 13));
+        fh = iopOpenFile("w", IOP_BINARY | IOP_READ);
+        v = 0;
+        iopGetIntF(fh, &v, 1);
+        EXPECT_EQ(v, 5);
+        iopCloseFile(fh);
+    }
+    sysSetVersion(before.c_str());
+}
+
+TEST(iopWrite, aTagThatDoesNotReachTheDiskFails)
+{
+    ASSERT_EQ(symlink("/dev/full", "full.B"), 0);
+    checkFails("unable to write the tag in binary file <full>", iopOpenFile("full", IOP_BINARY | IOP_WRITE));
+}
+
+TEST(iopWrite, linesHaveADecimalPointInAnyHostLanguage)
+{
+    useCommaLocale();
+    iopHd *fh = iopOpenFile("w", IOP_ASCII | IOP_WRITE);
+    iopPrintLine(fh, "%.2f", 1.5);
+    iopCloseFile(fh);
+    EXPECT_EQ(testRead("w"), "1.50\n");
+}
+
+TEST(iopWrite, valuesInManyPieces)
+{
+    std::vector<int> v(1000), got(1000);
+    std::iota(v.begin(), v.end(), 7);
+    const int64_t before = iopBinSlice;
+    for (int64_t slice : { 1, 7, 999, 1000, 1001 }) {
+        iopBinSlice = slice;
+        iopHd *fh = iopOpenFile("w", IOP_BINARY | IOP_WRITE | IOP_RAW);
+        iopPutBinInts(fh, v.data(), 1000);
+        iopCloseFile(fh);
+        fh = iopOpenFile("w", IOP_BINARY | IOP_READ | IOP_RAW);
+        iopGetIntF(fh, got.data(), 1000);
+        EXPECT_EQ(got, v);
+        iopRewind(fh);
+        fh->fileInt = CVT_INT_BE;
+        iopGetIntF(fh, got.data(), 1000);
+        cvtConvInts(got.data(), got.data(), CVT_INT_BE, fh->nativeInt, 1000);
+        EXPECT_EQ(got, v);
+        iopCloseFile(fh);
+    }
+    iopBinSlice = before;
+}
+
+TEST(iopWrite, stepsBeyondAnyLocationFail)
+{
+    testWrite("b.B", "QUENTA 1 2 4 6 8\n1234567812345678");
+    iopHd *fh = iopOpenFile("b", IOP_BINARY | IOP_READ);
+    checkFails("fseek error in binary file <b>", iopSkipNums(fh, &iopReals, (INT64_C(1) << 61) + 1));
     iopCloseFile(fh);
 }

@@ -143,7 +143,7 @@ TEST(mtxHash, aDenseDifferenceBeyondAnIntegerNeverFallsIntoTheRange)
 
     EXPECT_EQ(low.mode(), 0);
     EXPECT_EQ(low.findIf(INT_MAX, &notFound), -1);
-    EXPECT_EQ(notFound, 0);
+    EXPECT_EQ(notFound, 1);
     EXPECT_EQ(high.find(INT_MAX), 1);
     EXPECT_EQ(high.findIf(INT_MIN, &notFound), 2);
     EXPECT_EQ(notFound, 1);
@@ -204,6 +204,25 @@ TEST(mtxHash, pairsLieInTheirSlotOrTheNextFree)
         expected[2 * slot + 1] = i;
     }
     EXPECT_EQ(std::vector<int>(hash.data, hash.data + 2 * h), expected);
+}
+
+/* The first n keys whose slot is 0. */
+static std::vector<int> keysOfSlotZero(int n)
+{
+    std::vector<int> keys;
+    const int h = (int) (n * 1.5 + 1.0);
+    for (int key = 1; (int) keys.size() < n; ++key)
+        if (slotOf(key, h) == 0) keys.push_back(key);
+    return keys;
+}
+
+TEST(mtxHash, keysThatShareOneSlotAreTakenOnlyWhileTheyAreFew)
+{
+    Hash few(keysOfSlotZero(1000));
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(few.find(few.keys[i]), i);
+    const std::vector<int> many = keysOfSlotZero(4000);
+    checkFails("Keys cannot be told apart quickly: <", mtxNewInvHash(many.data(), 4000));
+    checkFails("> of <4000> share too few places", mtxNewInvHash(many.data(), 4000));
 }
 
 TEST(mtxHash, manyScatteredKeysAreAllFound)
