@@ -77,8 +77,9 @@ RDB_API int rdbCloseRun(rdbHd *hd);
 /* Looks whether the solver has written more. *flag is 1 if answers may now differ, else 0. If the directory has
    changed, its files and runs are found anew and the open run is read anew; ids of sets, counts and steps are then to
    be asked for again. If there is a .top file of the open run, the flag is 1 also at the first update after the run was
-   opened, whenever that file has become newer, and once more when over a minute has passed since the last 1. Fails with "directory %s not found", the run as it was; with "problem %s not found" if no run is
-   left; with what rdbOpenRun says if the open run is gone; with "rdb not initialized" for a null handle. */
+   opened, whenever that file has become newer, and once more when over a minute has passed since the last 1. Fails with
+   "directory %s not found", the run as it was; with "problem %s not found" if no run is left; with what rdbOpenRun says
+   if the open run is gone; with "rdb not initialized" for a null handle. */
 RDB_API int rdbUpdate(rdbHd *hd, int *flag);
 
 /* ---------------------------------------------------------------------------------------------- errors and the trap */

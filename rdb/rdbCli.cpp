@@ -114,7 +114,14 @@ enum {
     NO_FIELD          /* not kept here                                                                   */
 };
 
-typedef struct cliField { int kind, offset; const char *name; } cliField;
+typedef struct cliField {
+    int         kind;
+    int         offset;           /* in the record; NOT_STORED               */
+    const char *name;             /* in messages                             */
+} cliField;
+
+enum { NOT_STORED = -1 };
+
 typedef struct cliForm  cliForm;
 typedef struct cliRow   cliRow;
 
@@ -179,42 +186,62 @@ static void setText(char **to, char *text)
     *to = text;
 }
 
-static char *newFile(cliLine *l, int k)
+/* Keeps the line's file token and name, if they came, for a DOP line to come */
+static void keepWords(const cliLine *l)
 {
-    copyText(l, k, l->cli->file);
+    const cliField *fields = l->row->form->fields;
+    for (int k = 0; fields && k < l->n && fields[k].kind != END_OF_FIELDS; ++k) {
+        if (fields[k].kind == FILE_FIELD) copyText(l, k, l->cli->file);
+        if (fields[k].kind == NAME_FIELD) copyText(l, k, l->cli->name);
+    }
+}
+
+static char *newFile(const cliLine *l)
+{
     return rdbNewCliFile(l->hd, l->cli->file);
 }
 
-/* A count that no set can have ends the open */
-static int checkCount(const cliLine *l, const char *what, int n, int max)
+/* A count that no set can have ends the open. name: of the record; null: of the run */
+static int checkCount(const cliLine *l, const char *name, const char *what, int n, int64_t max)
 {
+    const char *keyword = l->row->keyword;
     if (n >= 0 && n <= max) return n;
-    if (l->row->list == IN_RUN) sysFailIn("rdbOpenRun", "Invalid %s <%d> for %s", what, n, l->row->keyword);
-    sysFailIn("rdbOpenRun", "Invalid %s <%d> for %s \"%s\"", what, n, l->row->keyword, l->cli->name);
+    if (!name) sysFailIn("rdbOpenRun", "Invalid %s <%d> for %s", what, n, keyword);
+    sysFailIn("rdbOpenRun", "Invalid %s <%d> for %s \"%s\"", what, n, keyword, name);
 }
 
-static void storeField(cliLine *l, const cliField *field, int k)
+/* The same of sets that the file must name, each in some characters of its own */
+static int takeSets(cliLine *l, const char *name, const char *what, int n)
 {
+    checkCount(l, name, what, n, l->cli->setsLeft);
+    l->cli->setsLeft -= n;
+    return n;
+}
+
+/* Records begin with their name */
+static void storeCount(const cliLine *l, const cliField *field, int n, int max)
+{
+    const char *name = l->row->list == IN_RUN ? NULL : *(char **) l->rec;
+    *(int *) ((char *) l->rec + field->offset) = checkCount(l, name, field->name, n, max);
+}
+
+static void storeField(const cliLine *l, const cliField *field, int k)
+{
+    if (field->offset == NOT_STORED) return;
     void *to = (char *) l->rec + field->offset;
     const int came = k < l->n;
-    const int num  = came ? l->v[k].num : 0;
     switch (field->kind) {
-    case FILE_FIELD:
-        if (came) setText((char **) to, newFile(l, k));
-        break;
+    case FILE_FIELD: if (came) setText((char **) to, newFile(l)); break;
     case NAME_FIELD:
-        if (came) copyText(l, k, l->cli->name);
-        setText((char **) to, newText(l, k));
-        break;
     case TEXT_FIELD: setText((char **) to, newText(l, k)); break;
-    case INT_FIELD: if (came) *(int *) to = num; break;
-    case COUNT_FIELD: if (came) *(int *) to = checkCount(l, field->name, num, INT_MAX); break;
-    case WIDTH_FIELD: if (came) *(int *) to = checkCount(l, field->name, num, INT_MAX - 2); break;
+    case INT_FIELD: if (came) *(int *) to = l->v[k].num; break;
+    case COUNT_FIELD: if (came) storeCount(l, field, l->v[k].num, INT_MAX); break;
+    case WIDTH_FIELD: if (came) storeCount(l, field, l->v[k].num, INT_MAX - 2); break;
     case REAL_FIELD: if (came) *(double *) to = l->v[k].real; break;
     }
 }
 
-static void storeFields(cliLine *l)
+static void storeFields(const cliLine *l)
 {
     const cliField *fields = l->row->form->fields;
     for (int k = 0; fields && fields[k].kind != END_OF_FIELDS; ++k) storeField(l, &fields[k], k);
@@ -247,10 +274,11 @@ static int firstNextName(const cliLine *l)
 
 /* Takes the names of a list line and looks them up. A name that is lost, or that no record has, stands for the first
    record. Only the first name of a count below 2 is read. */
-static void bindNames(cliLine *l, rdbList *among, const char *what, char ***names, int *nNames, int **ids, int *nIds)
+static void bindNames(cliLine *l, const char *set, rdbList *among, const char *what, char ***names, int *nNames,
+                      int **ids, int *nIds)
 {
     const int len   = (int) strlen(l->rest);
-    const int count = checkCount(l, what, l->v[1].num, len);    /* no line names more sets than it has characters */
+    const int count = takeSets(l, set, what, l->v[1].num);
     const int n     = count > 1 ? count : 1;
     memFreeF(*names, 0, *nNames, __FILE__, __LINE__);
     *names  = NULL;
@@ -284,10 +312,8 @@ static void bindVols(cliLine *l)
     rdbElmSet *set = (rdbElmSet *) lastOf(&l->run->elm);
     if (!set) rdbSetError("element connectivity not found");
     else if (!textIs(l, 0, set->name)) rdbSetError("inconsistent element and volume set");
-    else if (l->n > 2) {
-        copyText(l, 0, l->cli->name);
-        bindNames(l, &l->run->vol, "nElmVols", &set->volNames, &set->nVolNames, &set->volIds, &set->nVols);
-    }
+    else if (l->n > 2)
+        bindNames(l, set->name, &l->run->vol, "nElmVols", &set->volNames, &set->nVolNames, &set->volIds, &set->nVols);
 }
 
 /* <keyword>.SFS: the surface sets of the family's last line */
@@ -298,10 +324,9 @@ static void bindSfss(cliLine *l)
     if (!set || !sfs->n) rdbSetError("surface connectivity not found");
     else if (!textIs(l, 0, set->name))
         rdbSetError("inconsistent %s and surface set", rdbSrfFams[l->row->fam].keyword);
-    else if (l->n > 2) {
-        copyText(l, 0, l->cli->name);
-        bindNames(l, sfs, "number of surface sets", &set->sfsNames, &set->nSfsNames, &set->sfsIds, &set->nSfss);
-    }
+    else if (l->n > 2)
+        bindNames(l, set->name, sfs, "number of surface sets", &set->sfsNames, &set->nSfsNames, &set->sfsIds,
+                  &set->nSfss);
 }
 
 /* SFS.SFS: id and neighbor */
@@ -329,7 +354,7 @@ static void madeCrd(cliLine *l)
     if (run->crdFile) setText(&run->initCrdFile, memDup(run->crdFile));
 }
 
-/* The file has no token of its own: it takes those of the line before */
+/* The line has neither file nor name: it takes the last that came */
 static void madeDop(cliLine *l)
 {
     rdbRecSet *rec = (rdbRecSet *) l->rec;
@@ -399,9 +424,8 @@ static void madeCbc(cliLine *l)
 /* OAD: the direction file of the OAA of that name */
 static void oad(cliLine *l)
 {
-    copyText(l, 1, l->cli->name);
-    const int i = rdbFindName(&l->run->oaa, l->cli->name);
-    if (l->n > 1 && i >= 0) setText(&((rdbOaa *) l->run->oaa.rec[i])->dirFile, newFile(l, 0));
+    const int i = l->n > 1 ? rdbFindName(&l->run->oaa, l->cli->name) : -1;
+    if (i >= 0) setText(&((rdbOaa *) l->run->oaa.rec[i])->dirFile, newFile(l));
 }
 
 static void madeOvs(cliLine *l) { l->cli->lastOvs = (rdbOutMesh *) l->rec; }
@@ -411,13 +435,13 @@ static void madeOve(cliLine *l) { l->cli->lastOve = (rdbOutMesh *) l->rec; }
    record that was made or found last: they are right only behind the line of their own record. */
 static void addMesh(cliLine *l, rdbList *list, rdbOutMesh **last, const char *nRows, const char *nRowNodes)
 {
-    copyText(l, 1, l->cli->name);
-    if (*last && l->n > 2) (*last)->nRows = checkCount(l, nRows, l->v[2].num, INT_MAX);
-    if (*last && l->n > 3) (*last)->nRowNodes = checkCount(l, nRowNodes, l->v[3].num, INT_MAX - 2);
-    const int i = l->n > 1 ? rdbFindName(list, l->cli->name) : -1;
+    const char *name = l->cli->name;
+    if (*last && l->n > 2) (*last)->nRows = checkCount(l, name, nRows, l->v[2].num, INT_MAX);
+    if (*last && l->n > 3) (*last)->nRowNodes = checkCount(l, name, nRowNodes, l->v[3].num, INT_MAX - 2);
+    const int i = l->n > 1 ? rdbFindName(list, name) : -1;
     if (i < 0) return;
     *last = (rdbOutMesh *) list->rec[i];
-    setText(&(*last)->file2, newFile(l, 0));
+    setText(&(*last)->file2, newFile(l));
 }
 
 static void vas(cliLine *l) { addMesh(l, &l->run->ovs, &l->cli->lastOvs, "nOvsSrfs", "nOvsSrfNodes"); }
@@ -430,11 +454,8 @@ static void madeOel(cliLine *l)
     runHd  *run = l->run;
     if (!l->cli->volumesSeen) oel->flag = oel->nVols = 1;
     const int n = oel->nVols;
-    l->cli->oelVolsLeft -= n;
-    if (l->cli->oelVolsLeft < 0) {
-        oel->nVols = 0;
-        sysFailIn("rdbOpenRun", "Invalid nOelVols <%d> for OEL \"%s\"", n, oel->name);
-    }
+    oel->nVols = 0;
+    oel->nVols = takeSets(l, oel->name, "nOelVols", n);
     oel->files      = memNewZ(char *, n);
     oel->nElems     = memNewZ(int, n);
     oel->nNodes     = memNewZ(int, n);
@@ -482,17 +503,16 @@ static void oelVol(cliLine *l)
         rdbSetError("element output not found");
         return;
     }
-    copyText(l, 1, l->cli->name);
     const int volId = findOelVol(l, numberAt(l, 6));
     if (!textIs(l, 1, oel->name) || oel->nRead >= oel->nVols) {
         rdbSetError("inconsistent element and volume set");
         return;
     }
     const int k = oel->nRead++;
-    oel->files[k]      = newFile(l, 0);
-    oel->nElems[k]     = checkCount(l, "nOelElems", numberAt(l, 2), INT_MAX);
+    oel->files[k]      = newFile(l);
+    oel->nElems[k]     = checkCount(l, oel->name, "nOelElems", numberAt(l, 2), INT_MAX);
     oel->types[k]      = numberAt(l, 3);
-    oel->nElemNodes[k] = checkCount(l, "nOelElemNodes", numberAt(l, 4), INT_MAX - 2);
+    oel->nElemNodes[k] = checkCount(l, oel->name, "nOelElemNodes", numberAt(l, 4), INT_MAX - 2);
     oel->parentIds[k]  = numberAt(l, 6);
     oel->media[k]      = numberAt(l, 7);
     oel->volIds[k]     = volId;
@@ -526,9 +546,11 @@ static void mfd(cliLine *l)
 
 /* -------------------------------------------------------------------------------------------------------- forms */
 
-#define FIELD(kind, record, member) { kind##_FIELD, (int) offsetof(record, member), #member }
-#define DROP                        { NO_FIELD, 0, NULL }
-#define END                         { END_OF_FIELDS, 0, NULL }
+#define NAMED(kind, record, member, name) { kind##_FIELD, (int) offsetof(record, member), name }
+#define FIELD(kind, record, member)       NAMED(kind, record, member, #member)
+#define SEEN(kind)                        { kind##_FIELD, NOT_STORED, NULL }
+#define DROP                              SEEN(NO)
+#define END                               { END_OF_FIELDS, NOT_STORED, NULL }
 
 /* texts that the formats are made of */
 #define QUOTED   "\"%[^\"]\""
@@ -552,6 +574,7 @@ static const cliField pmcFields[]      = { FIELD(INT, runHd, pmcOrder), FIELD(RE
 static const cliField radFields[]      = { FIELD(FILE, runHd, radFile), FIELD(COUNT, runHd, nRads),
                                            FIELD(INT, runHd, nRads2), END };
 static const cliField crdFields[]      = { FIELD(FILE, runHd, crdFile), FIELD(COUNT, runHd, nNodes), END };
+static const cliField nameField[]      = { SEEN(NAME), END };
 
 static const cliForm dateLine     = { 2, NULL, dateFields, NULL };
 static const cliForm versionLine  = { 2, NULL, versionFields, NULL };
@@ -566,15 +589,16 @@ static const cliForm pmcLine      = { 2, "%*s %d %*s %le %*s %le %*s %le %*s %le
 static const cliForm radLine      = { 2, "%s %*s %d %*s %d", radFields, NULL };
 static const cliForm crdLine      = { 2, "%s %*s %d", crdFields, madeCrd };
 static const cliForm modCrdLine   = { 2, "%s %*s %d", crdFields, NULL };
-static const cliForm spcLine      = { 2, " " QUOTED " %s ", NULL, spc };
-static const cliForm mfdLine      = { 2, " " QUOTED " %s %d", NULL, mfd };
+static const cliForm spcLine      = { 2, " " QUOTED " %s ", nameField, spc };
+static const cliForm mfdLine      = { 2, " " QUOTED " %s %d", nameField, mfd };
 
 /* name and number; file, name and number; frames of reference */
 static const cliField numberFields[] = { FIELD(NAME, rdbRecSet, name), FIELD(INT, rdbRecSet, number), END };
-static const cliField countFields[]  = { FIELD(NAME, rdbRecSet, name), FIELD(COUNT, rdbRecSet, number), END };
+static const cliField countFields[]  = { FIELD(NAME, rdbRecSet, name),
+                                         NAMED(COUNT, rdbRecSet, number, "nFbdModes"), END };
 static const cliField onlyNumber[]   = { FIELD(INT, rdbRecSet, number), END };
 static const cliField othFields[]    = { FIELD(FILE, rdbRecSet, file), FIELD(NAME, rdbRecSet, name),
-                                         FIELD(COUNT, rdbRecSet, number), END };
+                                         NAMED(COUNT, rdbRecSet, number, "nOthNodes"), END };
 static const cliField rffFields[]    = { FIELD(NAME, rdbRff, name),
                                          FIELD(REAL, rdbRff, org[0]), FIELD(REAL, rdbRff, org[1]),
                                          FIELD(REAL, rdbRff, org[2]), FIELD(REAL, rdbRff, angVel[0]),
@@ -644,19 +668,21 @@ static const cliField rowFields[]  = { FIELD(FILE, rdbOutMesh, file), FIELD(NAME
                                        FIELD(INT, rdbOutMesh, oaaId), END };
 static const cliField meshFields[] = { FIELD(FILE, rdbOutMesh, file), FIELD(NAME, rdbOutMesh, name),
                                        FIELD(COUNT, rdbOutMesh, nNodes), END };
-static const cliField oelFields[]  = { DROP, FIELD(NAME, rdbOel, name), DROP, DROP, DROP, FIELD(INT, rdbOel, quad),
-                                       DROP, DROP, FIELD(INT, rdbOel, flag), FIELD(COUNT, rdbOel, nVols), END };
+static const cliField oelFields[]  = { SEEN(FILE), FIELD(NAME, rdbOel, name), DROP, DROP, DROP,
+                                       FIELD(INT, rdbOel, quad), DROP, DROP, FIELD(INT, rdbOel, flag),
+                                       NAMED(COUNT, rdbOel, nVols, "nOelVols"), END };
+static const cliField moreFields[] = { SEEN(FILE), SEEN(NAME), END };       /* of a record that is there already */
 
 static const cliForm oaaLine    = { 2, FILE_SET " %*s %d", oaaFields, NULL };
-static const cliForm oadLine    = { 2, FILE_SET " %*s %d", NULL, oad };
+static const cliForm oadLine    = { 2, FILE_SET " %*s %d", moreFields, oad };
 static const cliForm rowLine    = { 2, FILE_SET " %*s %d %*s %d %*s %d", rowFields, NULL };
 static const cliForm ofsLine    = { 2, FILE_SET " %*s %d", meshFields, NULL };
 static const cliForm ovsLine    = { 2, FILE_SET " %*s %d", meshFields, madeOvs };
 static const cliForm oveLine    = { 2, FILE_SET " %*s %d", meshFields, madeOve };
-static const cliForm vasLine    = { 2, FILE_SET " %*s %d %*s %d", NULL, vas };
-static const cliForm vaeLine    = { 2, FILE_SET " %*s %d %*s %d", NULL, vae };
+static const cliForm vasLine    = { 2, FILE_SET " %*s %d %*s %d", moreFields, vas };
+static const cliForm vaeLine    = { 2, FILE_SET " %*s %d %*s %d", moreFields, vae };
 static const cliForm oelLine    = { 2, SRF_SET " %*s %d %*s %d", oelFields, madeOel };
-static const cliForm oelVolLine = { 2, SRF_SET " %s " QUOTED, NULL, oelVol };
+static const cliForm oelVolLine = { 2, SRF_SET " %s " QUOTED, moreFields, oelVol };
 
 /* ----------------------------------------------------------------------------------------------------- the table */
 
@@ -741,6 +767,7 @@ static void readRow(rdbHd *hd, const cliRow *row, const char *rest)
         l.v[0].text = rest;
         l.v[0].len  = (int) strlen(rest);
     }
+    keepWords(&l);
     l.rec = newRecord(hd->run, row);
     if (l.rec) storeFields(&l);
     if (row->form->act) row->form->act(&l);

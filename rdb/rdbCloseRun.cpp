@@ -98,7 +98,7 @@ static void freeList(rdbList *list, void (*freeRec)(void *rec))
         memFree(list->rec[i]);
     }
     memFree(list->rec);
-    dicFree(list->names);
+    memFree(list->byName);
     *list = {};
 }
 

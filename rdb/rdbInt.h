@@ -42,8 +42,8 @@ struct rdbKeyRow {
 typedef struct rdbList {          /* records that begin with their name      */
     int    n, cap;
     void **rec;
-    dic   *names;                 /* name to position + 1, of the first nNamed; null until a name is looked for */
-    int    nNamed;
+    int   *byName;                /* cap places for positions: those of the first nSorted, sorted as rdbSets.cpp says */
+    int    nSorted;
 } rdbList;
 
 typedef struct rdbVolSet {        /* VOL */
@@ -153,11 +153,11 @@ typedef struct rdbOel {           /* OEL, OEL.VOL: arrays of nVols entries   */
 typedef struct rdbCli {           /* the client information file while it is read */
     char       *line;             /* lineSize bytes                          */
     int         lineSize;
-    char        file[SYS_TEXT], name[SYS_TEXT];   /* file token and set name of the last line that had one */
+    char        file[SYS_TEXT], name[SYS_TEXT];   /* the last file token and the last name that a line gave */
     int         volumesSeen;      /* there was a VOL line                    */
     int         setsSeen;         /* there was a VOL or an SFS line          */
     rdbOutMesh *lastOvs, *lastOve;    /* made or matched last; not owned     */
-    int64_t     oelVolsLeft;      /* OEL.VOL lines that the file could still hold */
+    int64_t     setsLeft;         /* that lists may still announce: the file could not name more */
 } rdbCli;
 
 /* ------------------------------------------------------------------------------------------------- output families */
@@ -319,8 +319,9 @@ char *rdbNewCliFile(rdbHd *hd, const char *token);
 int   rdbReadCliLine(rdbHd *hd, const char *line, int pass);
 /* Appends a cleared record, which the list owns, and returns it */
 void *rdbListNew(rdbList *list, size_t size);
-/* Position of the last record of this name, or -1 */
+/* Position of the last record of this name, and of the first one behind a position; or -1 */
 int   rdbFindName(rdbList *list, const char *name);
+int   rdbFindNextName(rdbList *list, const char *name, int behind);
 void  rdbReconcileSets(rdbHd *hd);
 void  rdbCreateVolSet(rdbHd *hd, rdbElmSet *set, int volumesSeen);
 void  rdbCreateSfs(rdbHd *hd, rdbSrfSet *set, int fam, int setsSeen);

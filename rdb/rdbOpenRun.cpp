@@ -10,6 +10,7 @@
 #include "rdb/rdbInt.h"
 
 #include <limits.h>
+#include <string.h>
 
 static int isListed(const rdbHd *hd, int runId)
 {
@@ -32,7 +33,25 @@ static void newRun(rdbHd *hd, int runId)
     }
 }
 
-/* The file, held by the run, and a buffer that its longest line fits in, whatever that is: the file itself would. */
+/* Characters of the longest line, its end included; no more are counted than a buffer could have */
+static int64_t longestLine(const char *path)
+{
+    static char block[1 << 16];
+    int64_t longest = 0, len = 0;
+    FILE   *fp = fopen(path, "rb");
+    for (size_t n; fp && longest <= INT_MAX && (n = fread(block, 1, sizeof block, fp)) > 0; )
+        for (const char *s = block, *end = block + n; s < end; ) {
+            const char *nl = (const char *) memchr(s, '\n', end - s), *next = nl ? nl + 1 : end;
+            len += next - s;
+            if (len > longest) longest = len;
+            if (nl) len = 0;
+            s = next;
+        }
+    if (fp) fclose(fp);
+    return longest;
+}
+
+/* The file, held by the run, and a buffer that its lines fit in */
 static iopHd *openCli(rdbHd *hd)
 {
     char path[SYS_TEXT];
@@ -40,11 +59,11 @@ static iopHd *openCli(rdbHd *hd)
     rdbCli *cli = hd->run->cli = memNewZ(rdbCli, 1);
     iopHd  *fh = rdbHoldFile(hd, iopOpenFile(path, IOP_READ | IOP_ASCII));
 
-    const int64_t size = iopFileSize(path);
-    if (size > INT_MAX - SYS_TEXT) sysError("Internal in reading cli file");
-    cli->oelVolsLeft = size;
-    cli->lineSize    = (int) size + SYS_TEXT;
-    cli->line        = memNew(char, cli->lineSize);
+    const int64_t longest = longestLine(path);
+    if (longest > INT_MAX - SYS_TEXT) sysError("Internal in reading cli file");
+    cli->setsLeft = iopFileSize(path);
+    cli->lineSize = (int) longest + SYS_TEXT;
+    cli->line     = memNew(char, cli->lineSize);
     return fh;
 }
 

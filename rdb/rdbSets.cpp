@@ -10,7 +10,10 @@
 
 #include "rdb/rdbInt.h"
 
+#include <limits.h>
 #include <string.h>
+
+#include <algorithm>
 
 /* -------------------------------------------------------------------------------------------------------- lists */
 
@@ -20,6 +23,8 @@ static void growList(rdbList *list)
     const int cap = list->cap ? 2 * list->cap : 16;
     list->rec = (void **) memRealloc(list->rec, memSize(list->n, sizeof(void *)), memSize(cap, sizeof(void *)),
                                      __FILE__, __LINE__, 0);
+    list->byName = (int *) memRealloc(list->byName, memSize(list->n, sizeof(int)), memSize(cap, sizeof(int)),
+                                      __FILE__, __LINE__, 0);
     list->cap = cap;
 }
 
@@ -30,18 +35,73 @@ void *rdbListNew(rdbList *list, size_t size)
     return list->rec[list->n++];
 }
 
-/* A dic does not grow: one that became too small for its list is made anew. Later names replace earlier ones. */
+/* Names are found in sorted runs of positions. There is one for each bit of the list's length, the longest first, and
+   each holds the positions of its own places. So a list that grows between two searches keeps most of its runs, and
+   texts from a file can make neither searching nor growing slow. */
+
+static const char *nameOf(const rdbList *list, int i) { return *(const char *const *) list->rec[i]; }
+
+static int isBefore(const rdbList *list, int i, const char *name, int pos)
+{
+    const int order = strcmp(nameOf(list, i), name);
+    return order ? order < 0 : i < pos;
+}
+
+static void sortRun(rdbList *list, int start, int end)
+{
+    int *run = list->byName;
+    for (int i = start; i < end; ++i) run[i] = i;
+    std::sort(run + start, run + end, [list](int a, int b) { return isBefore(list, a, nameOf(list, b), b); });
+}
+
+static int longestRun(const rdbList *list)
+{
+    int size = 1;
+    while (size <= list->n / 2) size *= 2;
+    return size;
+}
+
+/* A run that ends within what was sorted before is still the same */
+static void sortRuns(rdbList *list)
+{
+    int start = 0;
+    for (int size = longestRun(list); list->nSorted < list->n && size; size /= 2) {
+        if (!(list->n & size)) continue;
+        if (start + size > list->nSorted) sortRun(list, start, start + size);
+        start += size;
+    }
+    list->nSorted = list->n;
+}
+
+/* The first place of a run that is not before (name, pos) */
+static int placeInRun(const rdbList *list, int start, int end, const char *name, int pos)
+{
+    const int *run = list->byName;
+    return (int) (std::partition_point(run + start, run + end,
+                                       [=](int i) { return isBefore(list, i, name, pos); }) - run);
+}
+
 int rdbFindName(rdbList *list, const char *name)
 {
-    if (!list->names || list->n / 2 > list->names->size) {
-        dicFree(list->names);
-        list->names  = NULL;
-        list->nNamed = 0;
-        list->names  = dicNew(list->n);
+    sortRuns(list);
+    for (int end = list->n; end > 0; end &= end - 1) {
+        const int start = end & (end - 1), k = placeInRun(list, start, end, name, INT_MAX) - 1;
+        if (k >= start && strcmp(nameOf(list, list->byName[k]), name) == 0) return list->byName[k];
     }
-    for (; list->nNamed < list->n; ++list->nNamed)
-        dicPut(list->names, *(char **) list->rec[list->nNamed], list->nNamed + 1);
-    return (int) dicGet(list->names, name) - 1;
+    return -1;
+}
+
+int rdbFindNextName(rdbList *list, const char *name, int behind)
+{
+    sortRuns(list);
+    int start = 0;
+    for (int size = longestRun(list); size; size /= 2) {
+        if (!(list->n & size)) continue;
+        const int k = placeInRun(list, start, start + size, name, behind + 1);
+        start += size;
+        if (k < start && strcmp(nameOf(list, list->byName[k]), name) == 0) return list->byName[k];
+    }
+    return -1;
 }
 
 static rdbVolSet *volSet(const runHd *run, int i) { return (rdbVolSet *) run->vol.rec[i]; }
@@ -58,13 +118,12 @@ static int inList(const rdbList *list, int i)
 /* The last volume of the name wins; the earlier ones of it count only for what is said on the way. */
 static void bindVolume(rdbHd *hd, rdbSrfSet *set)
 {
-    runHd    *run = hd->run;
-    const int last = rdbFindName(&run->vol, set->volName);
-    for (int v = hd->verbose >= 3 ? 0 : last; v >= 0 && v <= last; ++v) {
-        if (strcmp(volSet(run, v)->name, set->volName) != 0) continue;
-        if (v != set->volId && hd->verbose >= 3) sysMessage("Parent volume reconciled");
-        set->volId = v;
-    }
+    rdbList *list = &hd->run->vol;
+    const int last = rdbFindName(list, set->volName);
+    if (last < 0) return;
+    for (int v = -1; hd->verbose >= 3 && (v = rdbFindNextName(list, set->volName, v)) >= 0; set->volId = v)
+        if (v != set->volId) sysMessage("Parent volume reconciled");
+    set->volId = last;
 }
 
 void rdbReconcileSets(rdbHd *hd)
@@ -144,8 +203,10 @@ static tplRec *boundary(int parentType, const rdbSrfSet *set)
     return tplNew(tplGetBndTpl(parentType, set->type), set->quad);
 }
 
+/* A set that was made for a family's set has the parents of that, which is the one to complain about */
 static void setSfsTopology(runHd *run, rdbSrfSet *set)
 {
+    if (set->sharesTexts && !inList(&run->elm, set->elmId)) return;
     if (!inList(&run->vol, set->volId)) sysFailIn("rdbOpenRun", "SFS parent volId <%d> not found", set->volId);
     set->tpl = boundary(volSet(run, set->volId)->type, set);
 }

@@ -158,7 +158,7 @@ static const int *elemNodes(const elemMap *map, int elemId)
 {
     int missing;
     const int row = mtxIfInvHash(map->hash, map->nElems, elemId, &missing);
-    if (missing || row < 0 || row >= map->nElems) sysFailIn(getterName(map->key), "Key <%d> not found", elemId);
+    if (missing || row < 0 || row >= map->nElems) sysFailIn("mtxInvHash", "Key <%d> not found", elemId);
     return map->cnn + (int64_t) row * map->tpl->nen;
 }
 

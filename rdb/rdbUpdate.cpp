@@ -156,7 +156,7 @@ static void classify(rdbHd *hd)
     sortNames(hd->undefFiles, hd->nUndefFiles);
 }
 
-/* Two names for one run id. The hash would tell too, but not of run 0, since 0 marks its empty slots. */
+/* Two names for one run id. The hash would tell too, but it lets a key of 0 in twice. */
 static void refuseTwice(const int *ids, int n)
 {
     for (int i = 1; i < n; ++i)
@@ -289,7 +289,7 @@ static int update(rdbHd *hd, int *flag)
         if (hd->run && !rdbOpenRun(hd, hd->runId)) return 0;
     }
     hd->dirTime = time;
-    if (hd->run && hd->runId != -1) updateFiles(hd, flag);
+    if (hd->run) updateFiles(hd, flag);
     if (*flag) hd->lastUpdate = sysTime();
     return 1;
 }

@@ -273,6 +273,9 @@ static const struct { const char *lines; bool (*holds)(const runHd *run); } keyw
     { "#@ OTH a.oth \"history\" n 3\n#@ DOP n 6", [](const runHd *run) {
         const auto *rec = REC(rdbRecSet, dop, 0);           /* takes the words of the line before */
         return rec && IS(rec->file, "a.oth") && IS(rec->name, "history") && rec->number == 6; } },
+    { "#@ DOP n 6", [](const runHd *run) {
+        const auto *rec = REC(rdbRecSet, dop, 0);
+        return rec && IS(rec->file, "") && IS(rec->name, "") && rec->number == 6; } },
     { "#@ NBC p.nbc.B \"n\" n 3 v 4", [](const runHd *run) {
         const auto *rec = REC(rdbNodeSet, nbc, 0);
         return rec && IS(rec->file, "p.nbc.B") && IS(rec->name, "n") && rec->nRows == 3 && rec->number == 4 &&
@@ -344,6 +347,41 @@ TEST(cli, everyKeywordOfTheRun)
         CliRun db(std::string(row.lines) + "\n");
         ASSERT_EQ(db.open(), "");
         EXPECT_TRUE(row.holds(db.run()));
+    }
+}
+
+/* A DOP line takes the last file token and the last name that came, each for itself, wherever they came */
+TEST(cli, theWordsOfALineWithoutAny)
+{
+    static const struct { const char *lines, *file, *name; } rows[] = {
+        { "#@ TMF \"t\" n 1\n",                                  "a",   "t" },
+        { "#@ RFF \"r\" o 1 2 3\n",                              "a",   "r" },
+        { "#@ SPC \"s\" w\n",                                    "a",   "s" },
+        { "#@ MFD \"m\" w 1\n",                                  "a",   "m" },
+        { "#@ CRD c n 3\n",                                      "c",   "h" },
+        { "#@ MODCRD c n 3\n",                                   "c",   "h" },
+        { "#@ RAD c n 3 m 1\n",                                  "c",   "h" },
+        { "#@ ZBC c \"z\" n 3 v 1\n",                            "c",   "z" },
+        { "#@ OAD c \"of no OAA\" n 3\n",                        "c",   "of no OAA" },
+        { "#@ VAS c \"of no OVS\" n 3 m 4\n",                    "c",   "of no OVS" },
+        { "#@ VAE c \"of no OVE\" n 3 m 4\n",                    "c",   "of no OVE" },
+        { "#@ OEL c \"o\" a 1 b 2 c 3 q 4 d 5 e 6 f 2 n 0\n",    "c",   "o" },
+        { "#@ OEL c \"o\" a 1 b 2 c 3 q 4 d 5 e 6 f 2 n 0\n"
+          "#@ OEL.VOL d \"p\" n 10 t 3 n 4 q 1 v 0 m 1\n",       "d",   "p" },
+        { "#@ OTH c \"\" n 3\n",                                 "c",   "h" },
+        { "#@ OTH\n#@ OTH \n",                                   "a",   "h" },
+        { "#@ CBC c \"x\" n 4 t 1 n 3 q 1 e 0 m 6\n"
+          "#@ CBC.SFS \"x\" 1 \"srf\"\n#@ CBC.SFS \"y\" 1 \"srf\"\n"
+          "#@ CNN.VOL \"elm\" 1 \"vol\"\n",                      "c",   "x" },
+        { "#@ TITLE \"t\"\n#@ RST d c p q r 1 s 2\n",            "a",   "h" },
+        { "#@ DIR /old\n#@ OTH /old/c \"o\" n 3\n",              "./c", "o" },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.lines);
+        CliRun db(std::string(oneVolume) + "#@ OTH a \"h\" n 3\n" + row.lines + "#@ DOP n 6\n");
+        ASSERT_EQ(db.open(), "");
+        EXPECT_STREQ(db.rec<rdbRecSet>(db.run()->dop, 0).file, row.file);
+        EXPECT_STREQ(db.rec<rdbRecSet>(db.run()->dop, 0).name, row.name);
     }
 }
 
@@ -534,6 +572,19 @@ TEST(cli, anExtraBlankLosesTheNamesThatFollow)
     }
 }
 
+/* The count may be larger than its line is long */
+TEST(cli, namesThatDoNotComeStandForTheFirstSet)
+{
+    CliRun db(std::string(oneVolume) + "#@ SFS s.B \"b\" nSrfs 4 type 1 nsn 3 quad 1 vol 0 medium 7\n" +
+              srfLine("CBC", "x") + "#@ CBC.SFS \"x\" 50 \"b\"\n#@ TITLE \"goes on\"\n");
+    ASSERT_EQ(db.open(), "");
+    const rdbSrfSet &set = db.srf(RDB_CBC, 0);
+    ASSERT_EQ(set.nSfss, 50);
+    EXPECT_EQ(set.sfsIds[0], 1);
+    for (int k = 1; k < 50; ++k) EXPECT_EQ(set.sfsIds[k], 0);
+    EXPECT_EQ(db.str("title"), "goes on");
+}
+
 TEST(cli, aCountBelowTwoReadsTheFirstName)
 {
     for (int count : { 0, 1 }) {
@@ -627,10 +678,25 @@ TEST(cli, volumesOfOutputElements)
     EXPECT_EQ(oel.nElemNodes[1], 8);
     EXPECT_EQ(oel.volIds[0], 1);
     EXPECT_EQ(oel.volIds[1], 0);                     /* by its name */
+    EXPECT_EQ(oel.parentIds[0], 1);
+    EXPECT_EQ(oel.parentIds[1], 1);                  /* as given */
     EXPECT_EQ(oel.media[0], 7);
     EXPECT_EQ(oel.media[1], 8);
     EXPECT_EQ(oel.nNodes[0], -1);
     EXPECT_EQ(oel.nNodes[1], -1);
+}
+
+/* Of two volumes of one name the given one stays; only a name that does not fit is looked for, and the last found */
+TEST(cli, outputElementsOfAVolumeWhoseNameIsThereTwice)
+{
+    CliRun db("#@ VOL f \"other\" n 10 t 3 n 4\n#@ VOL f \"v\" n 10 t 3 n 4\n#@ VOL f \"v\" n 10 t 3 n 4\n"
+              "#@ OEL f \"o\" a 1 b 2 c 3 q 4 d 5 e 6 flag 2 n 2\n"
+              "#@ OEL.VOL f \"o\" n 10 t 3 n 4 q 1 vol 1 m 7 volName \"v\"\n"
+              "#@ OEL.VOL f \"o\" n 10 t 3 n 4 q 1 vol 0 m 7 volName \"v\"\n");
+    ASSERT_EQ(db.open(), "");
+    const rdbOel &oel = db.rec<rdbOel>(db.run()->oel, 0);
+    EXPECT_EQ(oel.volIds[0], 1);
+    EXPECT_EQ(oel.volIds[1], 2);
 }
 
 TEST(cli, wrongVolumesOfOutputElementsEndTheOpen)

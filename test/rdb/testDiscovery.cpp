@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 /* An empty file for each name, in the folder "db" */
 static void makeFiles(const std::vector<std::string> &names)
@@ -61,8 +62,7 @@ TEST(rdbDiscovery, namesFallIntoThreeClasses)
     enum { RUN, AUX, UNDEF };
     static const struct { const char *name; int where; } rows[] = {
         /* one file for each run */
-        { "p.1.cli", RUN },         { "p.12.ddc.B", RUN },     { "p.1.fwh", RUN },         { "p.1.log", RUN },
-        { "p.1.top.Z", RUN },       { "p.1.oth.H", RUN },      { "p.1.vfm.C", RUN },       { "p.1.dop", RUN },
+        { "p.1.cli", RUN },         { "p.12.ddc.B", RUN },
         { "p.1.out", UNDEF },       { "p.1.osf", UNDEF },      { "p.1.Log", UNDEF },       { "p.x.cli", UNDEF },
         { "p.1.cli.X", UNDEF },     { "p.1.cli.B.B", UNDEF },  { "p.1.cli~", UNDEF },      { "p..cli", UNDEF },
         /* for each step, set, or the like: one number, then two, then three */
@@ -95,6 +95,41 @@ TEST(rdbDiscovery, namesFallIntoThreeClasses)
     std::vector<std::string> inOrder;                /* the three parts, each sorted */
     for (const auto &names : expected) inOrder.insert(inOrder.end(), names.begin(), names.end());
     EXPECT_EQ(listed(hd, "nFiles", "fileName"), inOrder);
+    rdbFree(hd);
+}
+
+/* Every kind of run file, in every form, and none of them with fewer or more numbers than its kind has. */
+TEST(rdbDiscovery, kindsOfRunFiles)
+{
+    static const struct { const char *numbers, *other; std::vector<const char *> suffixes; } rows[] = {
+        { ".1", ".1_2_3_4",
+          { "cli", "ddc", "fwh", "top", "log", "osi", "oss", "oth", "ori", "oqi", "oei", "oes", "ofc", "ohc", "rad",
+            "tmf", "rff", "mmo", "fbd", "dop", "sig", "vfm", "ohd" } },
+        { ".1_2", ".1_2_3", { "dat", "ohd", "osn", "oaa", "ofs", "ovs", "ove", "pli" } },
+        { ".1_2", ".1", { "dat", "rst", "osn", "oaa", "ofs", "ovs", "ove", "pli" } },
+        { ".1_2_x", ".1_2",
+          { "out", "ocn", "opv", "ota", "ora", "odq", "onr", "oee", "oae", "orn", "oqf", "psl", "ptc", "pps", "pin" } },
+        { ".1_2_3", ".1_2_3_4",
+          { "out", "rst", "ocn", "opv", "ota", "ora", "odq", "onr", "oee", "oae", "orn", "oqf", "psl", "ptc", "pps",
+            "pin" } },
+        { ".1_2_x_4", ".1_2_x", { "osf", "orf", "oaa", "ofs", "ovs", "ove" } },
+        { ".1_2_3_x", ".1", { "osf", "orf", "oaa", "ofs", "ovs", "ove" } },
+    };
+    std::set<std::string> runFiles = { "p.1.cli" }, others;
+    for (const auto &row : rows)
+        for (const std::string suffix : row.suffixes) {
+            for (const char *form : { "", ".B", ".Z", ".H", ".C" })
+                runFiles.insert(std::string("p") + row.numbers + "." + suffix + form);
+            others.insert(std::string("p") + row.other + "." + suffix);
+            others.insert(std::string("p") + row.numbers + "." + suffix + ".A");
+        }
+    makeFiles({ runFiles.begin(), runFiles.end() });
+    makeFiles({ others.begin(), others.end() });
+
+    rdbHd *hd = openDb();
+    EXPECT_EQ(std::vector<std::string>(hd->files, hd->files + hd->nRunFiles),
+              std::vector<std::string>(runFiles.begin(), runFiles.end()));
+    EXPECT_EQ(listed(hd, "nUndefFiles", "undefFileName"), std::vector<std::string>(others.begin(), others.end()));
     rdbFree(hd);
 }
 
@@ -163,6 +198,15 @@ TEST(rdbDiscovery, twoNamesForOneRunFail)
     checkFails("Duplicate key <1>", rdbNew("p", "db", nullptr, 0));
 }
 
+TEST(rdbDiscovery, twoNamesForRunZeroFail)
+{
+    for (const std::vector<std::string> &others : { std::vector<std::string> {}, { "p.1.cli", "p.7.cli" } }) {
+        makeFiles({ "p.0.cli", "p.00.cli" });
+        makeFiles(others);
+        checkFails("Duplicate key <0>", rdbNew("p", "db", nullptr, 0));
+    }
+}
+
 /* The failure comes in the middle of a scan: the handle knows less, but points nowhere. */
 TEST(rdbDiscovery, aFailedScanLeavesAHandleThatCanBeUsed)
 {
@@ -222,6 +266,23 @@ TEST(rdbDiscovery, traceExpressionRepeatsTheLastCharacterAndHasNoEnd)
     hd = openDb("pp?");
     EXPECT_EQ(ints(hd, "nTruns", "trunIds"), (std::vector<int> { 2, 4 }));
     rdbFree(hd);
+}
+
+TEST(rdbDiscovery, traceIdsAscendAsNumbersAndMayBeOctal)
+{
+    makeFiles({ "p.1.cli", "p.1_10_0.psl", "p.1_9_0.psl", "p.1_010_0.psl", "p.1_6_0.pin" });
+    rdbHd *hd = openDb();
+    EXPECT_EQ(ints(hd, "nTruns", "trunIds"), (std::vector<int> { 6, 8, 9, 10 }));
+    EXPECT_EQ(ints(hd, "nTruns", "trunRunIds"), (std::vector<int> { 1, 1, 1, 1 }));
+    EXPECT_EQ(oneInt(hd, "maxTrunId"), 10);
+    rdbFree(hd);
+}
+
+/* An empty alternative ends the problem's name: the trace expression alone has a "+" then that repeats nothing. */
+TEST(rdbDiscovery, traceExpressionRepeatsNothingBehindAnAlternative)
+{
+    makeFiles({ ".1.cli" });
+    checkFails("Badly placed special character", rdbNew("p|", "db", nullptr, 0));
 }
 
 TEST(rdbDiscovery, rescanWithoutTraceFilesKeepsTheFormerCount)

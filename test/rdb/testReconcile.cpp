@@ -163,6 +163,20 @@ TEST(reconcile, volumesWithoutSurfaceSetsMakeNone)
     }
 }
 
+/* SFS lines alone: volumes are made, surface sets are not */
+TEST(reconcile, surfaceSetsWithoutVolumesMakeVolumesOnly)
+{
+    CliRun db(sfsLine("s", 0) + "#@ CNN f \"e\" n 1 t 3 n 4 q 2 m 1 r 5\n" + srfLine("CBC", "x") +
+              "#@ CBC.SFS \"x\" 1 \"s\"\n" + srfLine("FAN", "y"));
+    ASSERT_EQ(db.open(), "");
+    EXPECT_STREQ(rdbGetError(), "nothing to say");
+    EXPECT_EQ(db.num("nVols"), 1);
+    EXPECT_EQ(db.str("volName", 0), "e");
+    EXPECT_EQ(db.num("nSfss"), 1);
+    EXPECT_EQ(db.num("nCbcSfss", 0), 1);
+    EXPECT_EQ(db.srf(RDB_FAN, 0).sfsIds, nullptr);
+}
+
 TEST(reconcile, anUnboundSetWithoutAVolumeHasNoTopology)
 {
     CliRun db(volLine("v") + "#@ CNN f \"e\" n 1 t 3 n 4 q 2 m 1 r 5\n" + srfLine("CBC", "x"));
@@ -192,17 +206,19 @@ TEST(reconcile, aParentVolumeThatIsNotThereEndsTheOpen)
 
 TEST(reconcile, aParentElementSetThatIsNotThereEndsTheOpen)
 {
+    const char *older = "#@ CNN f \"e\" n 1 t 3 n 4 q 2 m 1 r 5\n";
     for (const auto &fam : srfFamilies)
-        for (int elmId : { 1, -1, 2147483647 }) {
-            std::string line = srfLine(fam.keyword, "x", fam.more);
-            line.replace(line.find("elmId 0"), 7, "elmId " + std::to_string(elmId));
-            CliRun db(oneVolume + line);
-            const std::string failure = db.open();
-            const std::string text =
-                std::string(fam.keyword) + " parent elmId <" + std::to_string(elmId) + "> not found";
-            EXPECT_NE(failure.find(text), std::string::npos) << failure;
-            EXPECT_NE(failure.find("Function <rdbOpenRun>"), std::string::npos) << failure;
-        }
+        for (int elmId : { 1, -1, 2147483647 })
+            for (const char *sets : { oneVolume, older }) {
+                std::string line = srfLine(fam.keyword, "x", fam.more);
+                line.replace(line.find("elmId 0"), 7, "elmId " + std::to_string(elmId));
+                CliRun db(sets + line);
+                const std::string failure = db.open();
+                const std::string text =
+                    std::string(fam.keyword) + " parent elmId <" + std::to_string(elmId) + "> not found";
+                EXPECT_NE(failure.find(text), std::string::npos) << failure;
+                EXPECT_NE(failure.find("Function <rdbOpenRun>"), std::string::npos) << failure;
+            }
 }
 
 /* Of an older file: the surface set made for the line has the parent that the line could not give it */

@@ -119,6 +119,17 @@ TEST_F(rdbRegistry, constantsNeedNoRun)
     EXPECT_EQ(value, 2);
 }
 
+/* One getter, two rows, and the row tells what is needed. */
+TEST_F(rdbRegistry, widthOfLogEventsNeedsARun)
+{
+    int value = 0;
+    checkRefused("run not opened", rdbGetInt0(hd, "logEventDim", &value));
+    checkAnswers(rdbOpenRun(hd, 1));
+    checkAnswers(rdbGetInt0(hd, "logEventDim", &value));
+    EXPECT_EQ(value, 3);
+    EXPECT_EQ(rdbFindKey("logEventDim")->getter, rdbFindKey("nSdims")->getter);
+}
+
 /* All keys that answer without a run do so; all others refuse, whatever else is right or wrong about the request. */
 TEST_F(rdbRegistry, withoutARunOnlyFactsOfTheDirectoryAnswer)
 {
@@ -203,39 +214,107 @@ TEST_F(rdbRegistry, surfaceSetFamilies)
     }
 }
 
-/* Rows of each kind, as a client relies on them: type, indices, dimensions. */
+/* Every row that stands by itself, and some of each family, as a client relies on them: type, indices, dimensions. */
 TEST_F(rdbRegistry, tellingRows)
 {
     static const struct { const char *name; int type; std::vector<std::string> idx, dim; } telling[] = {
-        { "nQueries",    RDB_INT,   {},                            {} },
-        { "queryName",   RDB_STR,   { "nQueries" },                {} },
-        { "problem",     RDB_STR,   {},                            {} },
-        { "runIds",      RDB_INTS,  {},                            { "nRuns" } },
-        { "runId",       RDB_INT,   { "nRuns" },                   {} },
-        { "trunRunId",   RDB_INT,   { "nTruns" },                  {} },
-        { "pmcOrder",    RDB_INT,   {},                            {} },
-        { "pmcAlpha",    RDB_REAL,  {},                            {} },
-        { "speciesName", RDB_STR,   { "nSpecies" },                {} },
-        { "fieldPrefix", RDB_STR,   { "nFields" },                 {} },
-        { "crd",         RDB_REALS, {},                            { "nSdims", "nNodes" } },
-        { "usrIds",      RDB_INTS,  {},                            { "nNodes" } },
-        { "elmShlThick", RDB_REAL,  { "nElms" },                   {} },
-        { "elmVolIds",   RDB_INTS,  { "nElms" },                   { "nElmVols" } },
-        { "elmCnn",      RDB_INTS,  { "nElms" },                   { "nElmElemNodes", "nElmElems" } },
-        { "volCnn",      RDB_INTS,  { "nVols" },                   { "nVolElemNodes", "nVolElems" } },
-        { "volSdIds",    RDB_INTS,  { "nVols" },                   { "nVolElems" } },
-        { "cbcType",     RDB_INT,   { "nCbcs" },                   {} },
-        { "cbcBndNodes", RDB_INTS,  { "nCbcs" },                   { "nCbcSrfNodes" } },
-        { "cbcElemCnn",  RDB_INTS,  { "nCbcs" },                   { "nCbcElemNodes", "nCbcSrfs" } },
-        { "cbcSfsIds",   RDB_INTS,  { "nCbcs" },                   { "nCbcSfss" } },
-        { "sfsNodes",    RDB_INTS,  { "nSfss" },                   { "nSfsNodes" } },
-        { "rsfAgglAng",  RDB_REAL,  { "nRsfs" },                   {} },
-        { "ssiGapFct",   RDB_REAL,  { "nSsis" },                   {} },
-        { "nOutSteps",   RDB_INT,   {},                            {} },
-        { "outTime",     RDB_REAL,  { "nOutSteps" },               {} },
-        { "outTimes",    RDB_REALS, {},                            { "nOutSteps" } },
-        { "outVarDim",   RDB_INT,   { "nOutVars" },                {} },
-        { "outValues",   RDB_REALS, { "nOutVars", "nOutSteps" },   { "outVarDim", "nNodes" } },
+        { "nQueries",       RDB_INT,   {},                {} },
+        { "queryName",      RDB_STR,   { "nQueries" },    {} },
+        { "nSdims",         RDB_INT,   {},                {} },
+        { "nPairs",         RDB_INT,   {},                {} },
+        { "problem",        RDB_STR,   {},                {} },
+        { "dir",            RDB_STR,   {},                {} },
+        { "nFiles",         RDB_INT,   {},                {} },
+        { "fileName",       RDB_STR,   { "nFiles" },      {} },
+        { "nAuxFiles",      RDB_INT,   {},                {} },
+        { "auxFileName",    RDB_STR,   { "nAuxFiles" },   {} },
+        { "nUndefFiles",    RDB_INT,   {},                {} },
+        { "undefFileName",  RDB_STR,   { "nUndefFiles" }, {} },
+        { "nRuns",          RDB_INT,   {},                {} },
+        { "runId",          RDB_INT,   { "nRuns" },       {} },
+        { "runIds",         RDB_INTS,  {},                { "nRuns" } },
+        { "openRunId",      RDB_INT,   {},                {} },
+        { "nTruns",         RDB_INT,   {},                {} },
+        { "maxTrunId",      RDB_INT,   {},                {} },
+        { "trunId",         RDB_INT,   { "nTruns" },      {} },
+        { "trunIds",        RDB_INTS,  {},                { "nTruns" } },
+        { "trunRunId",      RDB_INT,   { "nTruns" },      {} },
+        { "trunRunIds",     RDB_INTS,  {},                { "nTruns" } },
+        { "title",          RDB_STR,   {},                {} },
+        { "subTitle",       RDB_STR,   {},                {} },
+        { "baseUnit",       RDB_STR,   {},                {} },
+        { "runDate",        RDB_STR,   {},                {} },
+        { "runVersion",     RDB_STR,   {},                {} },
+        { "pmcOrder",       RDB_INT,   {},                {} },
+        { "pmcLump",        RDB_REAL,  {},                {} },
+        { "pmcDamp",        RDB_REAL,  {},                {} },
+        { "pmcAlpha",       RDB_REAL,  {},                {} },
+        { "pmcAlphaMass",   RDB_REAL,  {},                {} },
+        { "pmcGamma",       RDB_REAL,  {},                {} },
+        { "rstFromDir",     RDB_STR,   {},                {} },
+        { "rstFromProblem", RDB_STR,   {},                {} },
+        { "rstFromRunId",   RDB_INT,   {},                {} },
+        { "rstFromStep",    RDB_INT,   {},                {} },
+        { "nSds",           RDB_INT,   {},                {} },
+        { "nSpecies",       RDB_INT,   {},                {} },
+        { "speciesName",    RDB_STR,   { "nSpecies" },    {} },
+        { "nFields",        RDB_INT,   {},                {} },
+        { "fieldName",      RDB_STR,   { "nFields" },     {} },
+        { "fieldPrefix",    RDB_STR,   { "nFields" },     {} },
+        { "nRads",          RDB_INT,   {},                {} },
+        { "logEventDim",    RDB_INT,   {},                {} },
+        { "nNodes",         RDB_INT,   {},                {} },
+        { "usrIds",         RDB_INTS,  {},                { "nNodes" } },
+        { "crd",            RDB_REALS, {},                { "nSdims", "nNodes" } },
+        { "nElms",          RDB_INT,   {},                {} },
+        { "elmName",        RDB_STR,   { "nElms" },       {} },
+        { "elmType",        RDB_INT,   { "nElms" },       {} },
+        { "elmMedium",      RDB_INT,   { "nElms" },       {} },
+        { "elmQuad",        RDB_INT,   { "nElms" },       {} },
+        { "elmShlThick",    RDB_REAL,  { "nElms" },       {} },
+        { "elmRffId",       RDB_INT,   { "nElms" },       {} },
+        { "nElmElems",      RDB_INT,   { "nElms" },       {} },
+        { "nElmElemNodes",  RDB_INT,   { "nElms" },       {} },
+        { "elmUsrIds",      RDB_INTS,  { "nElms" },       { "nElmElems" } },
+        { "elmCnn",         RDB_INTS,  { "nElms" },       { "nElmElemNodes", "nElmElems" } },
+        { "elmSdIds",       RDB_INTS,  { "nElms" },       { "nElmElems" } },
+        { "nElmVols",       RDB_INT,   { "nElms" },       {} },
+        { "elmVolIds",      RDB_INTS,  { "nElms" },       { "nElmVols" } },
+        { "nVols",          RDB_INT,   {},                {} },
+        { "volName",        RDB_STR,   { "nVols" },       {} },
+        { "volType",        RDB_INT,   { "nVols" },       {} },
+        { "nVolElems",      RDB_INT,   { "nVols" },       {} },
+        { "nVolElemNodes",  RDB_INT,   { "nVols" },       {} },
+        { "volUsrIds",      RDB_INTS,  { "nVols" },       { "nVolElems" } },
+        { "volCnn",         RDB_INTS,  { "nVols" },       { "nVolElemNodes", "nVolElems" } },
+        { "volSdIds",       RDB_INTS,  { "nVols" },       { "nVolElems" } },
+        { "cbcBcType",      RDB_INT,   { "nCbcs" },       {} },
+        { "cbcActType",     RDB_INT,   { "nCbcs" },       {} },
+        { "dbcBcType",      RDB_INT,   { "nDbcs" },       {} },
+        { "psfBcType",      RDB_INT,   { "nPsfs" },       {} },
+        { "rsfBcType",      RDB_INT,   { "nRsfs" },       {} },
+        { "rsfAggl",        RDB_INT,   { "nRsfs" },       {} },
+        { "rsfAgglCnt",     RDB_INT,   { "nRsfs" },       {} },
+        { "rsfAgglAng",     RDB_REAL,  { "nRsfs" },       {} },
+        { "rsfAgglRad",     RDB_REAL,  { "nRsfs" },       {} },
+        { "srsBcType",      RDB_INT,   { "nSrss" },       {} },
+        { "sfsNeighbor",    RDB_INT,   { "nSfss" },       {} },
+        { "ssiMeshType",    RDB_INT,   { "nSsis" },       {} },
+        { "ssiGapFct",      RDB_REAL,  { "nSsis" },       {} },
+        { "ssiGap",         RDB_REAL,  { "nSsis" },       {} },
+        { "ssiCreaseAng",   RDB_REAL,  { "nSsis" },       {} },
+
+        { "cbcType",        RDB_INT,   { "nCbcs" },       {} },
+        { "cbcBndNodes",    RDB_INTS,  { "nCbcs" },       { "nCbcSrfNodes" } },
+        { "cbcElemCnn",     RDB_INTS,  { "nCbcs" },       { "nCbcElemNodes", "nCbcSrfs" } },
+        { "cbcSfsIds",      RDB_INTS,  { "nCbcs" },       { "nCbcSfss" } },
+        { "sfsNodes",       RDB_INTS,  { "nSfss" },       { "nSfsNodes" } },
+
+        { "nOutSteps",      RDB_INT,   {},                {} },
+        { "outTime",        RDB_REAL,  { "nOutSteps" },   {} },
+        { "outTimes",       RDB_REALS, {},                { "nOutSteps" } },
+        { "outVarDim",      RDB_INT,   { "nOutVars" },    {} },
+        { "outValues",      RDB_REALS, { "nOutVars", "nOutSteps" }, { "outVarDim", "nNodes" } },
     };
     for (const auto &t : telling) {
         SCOPED_TRACE(t.name);

@@ -375,6 +375,33 @@ TEST(surfaces, aFileThatContradictsTheRecordEndsTheCall)
         }
 }
 
+static std::string afterTheWait;                       /* the surface file, once somebody waited for it */
+
+/* A set that is made of a surface set reads that one's file in the name of its getters */
+TEST(surfaces, whoseNameAFailureOfTheSurfaceSetCarries)
+{
+    Surfaces s;
+    s.write();
+    const std::string whole = testRead("p.srf");
+    std::string other = whole;
+    const size_t rows = other.find("nRows"), digit = other.find('2', rows);
+    other[digit] = '3';
+    Ints values(64);
+    for (const char *key : { "cbcSrfCnn", "cbcElemCnn" }) {
+        CliRun db(s.cli());
+        ASSERT_EQ(db.open(), "");
+        testWrite("p.srf", other);
+        checkFails("Function <rdb_sfsElemIds>", rdbGetInts1(db.hd, key, values.data(), 0, -1, -1));
+
+        /* the file changes while the first part is read: only the second meets the other head */
+        testWrite("p.srf", whole.substr(0, whole.find("100") + 3));
+        afterTheWait = other;
+        testWhenSleeping([] { testWrite("p.srf", afterTheWait); });
+        checkFails("Function <rdb_sfsCnn>", rdbGetInts1(db.hd, key, values.data(), 0, -1, -1));
+        testWhenSleeping(nullptr);
+    }
+}
+
 /* A failure in the middle leaves the handle as good as before */
 TEST(surfaces, cutAnywhereTheFileFailsClearly)
 {
@@ -474,6 +501,7 @@ TEST(surfaces, anElementThatTheVolumeDoesNotHave)
             Ints values(64);
             checkFails("Key <" + std::to_string(id) + "> not found",
                        rdbGetInts1(db.hd, "cbcSrfCnn", values.data(), 0, -1, -1));
+            checkFails("Function <mtxInvHash>", rdbGetInts1(db.hd, "cbcSrfCnn", values.data(), 0, -1, -1));
         }
 }
 

@@ -220,6 +220,23 @@ TEST_F(rdbTyped, tooSmallBuffers)
     EXPECT_EQ(reals[0], -77);
 }
 
+/* A count may come from a file, and be anything. */
+TEST_F(rdbTyped, countsBelowZeroLeaveNoIndex)
+{
+    static const struct { int count; const char *text; } rows[] = {
+        { 0,           "index1 (0) is out of range [0,-1]" },
+        { -7,          "index1 (0) is out of range [0,-8]" },
+        { INT_MIN + 1, "index1 (0) is out of range [0,-2147483648]" },
+        { INT_MIN,     "index1 (0) is out of range [0,-2147483648]" },
+    };
+    checkAnswers(rdbGetInt0(hd, "nSpecies", ints));          /* asks the output files, once */
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.count);
+        hd->run->nSpecs = row.count;
+        checkRefused(row.text, rdbGetStr1(hd, "speciesName", text, 0));
+    }
+}
+
 TEST_F(rdbTyped, oneOfTwoSizes)
 {
     checkRefused("invalid dimension specification", rdbGetReals0(hd, "crd", reals, 3, -1));
@@ -278,10 +295,18 @@ TEST_F(rdbTyped, sizesOfArrays)
     EXPECT_EQ(d1, 3);
     EXPECT_EQ(d2, N);
     checkRefused("noSuchKey not found", rdbGetDims(hd, "noSuchKey", 0, -1, -1, -1, &d1, &d2));
+    d1 = d2 = 77;
     checkRefused("index1 (3) is out of range [0,2]", rdbGetDims(hd, "elmCnn", 1, 3, -1, -1, &d1, &d2));
     EXPECT_EQ(d1, -1);
+    EXPECT_EQ(d2, 77);                               /* the second size waits for the first */
     rdbCloseRun(hd);
+    d1 = d2 = 77;
     checkRefused("run not opened", rdbGetDims(hd, "usrIds", 0, -1, -1, -1, &d1, &d2));
+    EXPECT_EQ(d1, -1);
+    EXPECT_EQ(d2, 77);
+    checkRefused("run not opened", rdbGetDims(hd, "crd", 0, -1, -1, -1, &d1, &d2));      /* its first needs no run */
+    EXPECT_EQ(d1, 3);
+    EXPECT_EQ(d2, -1);
 }
 
 /* A failed request changes nothing but the text, and a good one leaves the text. */
