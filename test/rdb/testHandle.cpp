@@ -334,8 +334,8 @@ static int64_t residentBytes()
     return resident * sysconf(_SC_PAGESIZE);
 }
 
-/* A name too long for an expression makes a scan fail when the handle has it already. The sanitizer keeps what was freed
-   for a while, but tells of leaks itself. */
+/* A name too long for an expression makes a scan fail when the handle has it already. The sanitizer keeps what was
+   freed for a while, but tells of leaks itself. */
 TEST(rdbHandle, halfMadeHandleIsFreedByTheNextCall)
 {
     makeDb();
