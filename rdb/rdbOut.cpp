@@ -19,6 +19,7 @@
 
 #include "rdb/rdbInt.h"
 
+#include <limits.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -454,5 +455,14 @@ extern "C" {
     RDB_GETTER(rdb_##fam##Values) { return getValues (hd, &fam##Fam, i1, i2, (double *) data);     }
 #include "rdb/rdbOutFams.def"
 #undef OUT_FAM
+
+/* A gradient has three components for each of the variable's */
+RDB_GETTER(rdb_outGradVarDim)
+{
+    int dim;
+    if (!getVarDim(hd, &outOut, i1, &dim)) return 0;
+    if (dim > INT_MAX / 3) return rdbFail("%s of width <%d> exceeds an integer", key, dim);
+    return rdbPutInt(data, 3 * dim);
+}
 
 }

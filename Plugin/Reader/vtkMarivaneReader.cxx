@@ -168,7 +168,7 @@ void vtkMarivaneReader::ResetVariableValues()
 void vtkMarivaneReader::ReleaseData()
 {
     this->VariableValues = std::vector<vtkMarivaneBuffer<float>>();
-    this->Coordinates.Clear();
+    this->Coordinates.Free();
     this->BlockNodeIds = std::vector<vtkMarivaneBuffer<int>>();
     this->Reals.Free();
 }

@@ -298,6 +298,8 @@ TEST(outVars, namesAndWidthsOfAll37)
         EXPECT_STREQ(name, rows[i].name);
         checkAnswers(rdbGetInt1(hd, "outVarDim", &dim, i));
         EXPECT_EQ(dim, rows[i].dim) << name;
+        checkAnswers(rdbGetInt1(hd, "outGradVarDim", &dim, i));
+        EXPECT_EQ(dim, 3 * rows[i].dim) << name;
     }
     rdbFree(hd);
 }

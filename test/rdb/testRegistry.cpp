@@ -314,6 +314,7 @@ TEST_F(rdbRegistry, tellingRows)
         { "outTime",        RDB_REAL,  { "nOutSteps" },   {} },
         { "outTimes",       RDB_REALS, {},                { "nOutSteps" } },
         { "outVarDim",      RDB_INT,   { "nOutVars" },    {} },
+        { "outGradVarDim",  RDB_INT,   { "nOutVars" },    {} },
         { "outValues",      RDB_REALS, { "nOutVars", "nOutSteps" }, { "outVarDim", "nNodes" } },
     };
     for (const auto &t : telling) {
