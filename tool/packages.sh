@@ -6,7 +6,7 @@ common_packages="cmake ninja-build ccache pkg-config git
     paraview paraview-dev python3-paraview python3-numpy
     libtbb-dev libboost-dev libgtest-dev libbenchmark-dev libhdf5-dev
     libutfcpp-dev libdouble-conversion-dev liblz4-dev libopenmpi-dev openmpi-bin
-    xvfb xauth libgl1-mesa-dri"
+    xvfb xauth libgl1-mesa-dri locales"
 
 packages_bookworm="g++ clang-14 libclang-rt-14-dev $common_packages"
 
