@@ -12,6 +12,7 @@ target_include_directories(rdbFlags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(rdbFlags INTERFACE -Wall -Wextra -Wformat-security -Wno-unused-parameter)
 # messages name a source file from the project's folder on, however the generator names it to the compiler
 file(RELATIVE_PATH upToSource ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+string(REGEX REPLACE "/$" "" upToSource "${upToSource}")
 target_compile_options(rdbFlags INTERFACE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${upToSource}/=")
 if(RDB_WERROR)
     target_compile_options(rdbFlags INTERFACE -Werror)
