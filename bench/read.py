@@ -111,7 +111,7 @@ blocks = [block for block in expect["blocks"] if name != "vtkhdf" or block["kind
 if len(sys.argv) > 4:
     pv.LoadPlugin(sys.argv[4], remote=False, ns=pv.__dict__)
 
-pv.Sphere().UpdatePipeline()                    # what the first source of a session costs is nobody's
+pv.Sphere().UpdatePipeline()                    # what the first source of a process costs is nobody's
 pv.SetActiveSource(None)                        # nor is it anybody's input
 peak_before = peak()
 
