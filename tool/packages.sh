@@ -8,7 +8,7 @@ common_packages="cmake ninja-build ccache pkg-config git
     libutfcpp-dev libdouble-conversion-dev liblz4-dev libopenmpi-dev openmpi-bin
     xvfb xauth libgl1-mesa-dri locales"
 
-packages_bookworm="g++ clang-14 libclang-rt-14-dev $common_packages"
+packages_bookworm="g++ make clang-14 libclang-rt-14-dev $common_packages"
 
 # Debian 11: CMake looks up more of ParaView's own dependencies there
 packages_bullseye="g++ make $common_packages
