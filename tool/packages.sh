@@ -4,7 +4,7 @@
 # what both releases share
 common_packages="cmake ninja-build ccache pkg-config git
     paraview paraview-dev python3-paraview python3-numpy
-    libtbb-dev libboost-dev libgtest-dev libbenchmark-dev libhdf5-dev
+    libtbb-dev libboost-dev libgtest-dev libpcre2-dev libbenchmark-dev libhdf5-dev ncompress
     libutfcpp-dev libdouble-conversion-dev liblz4-dev libopenmpi-dev openmpi-bin
     xvfb xauth libgl1-mesa-dri locales"
 

@@ -34,7 +34,7 @@ const SrfFamily srfFamilies[] = {
     { Family::srs, "SRS", ".srs", ""                                                      },
 };
 
-/* <data folder>/<problem>.<run>, the beginning of all names in it */
+/* <data folder>/<problem>.<run>, the beginning of all names in it; a data file is told by the rest of its name */
 std::string baseName(const RunSpec &spec) { return spec.problem + "." + std::to_string(spec.run); }
 std::string dataBase(const RunSpec &spec) { return dataFolder(spec) + "/" + baseName(spec); }
 
@@ -63,9 +63,9 @@ IntRows asUsrIds(const RunModel &model, const std::vector<int> &nodes, int nCols
     };
 }
 
-void writeCoordinates(const RunModel &model)
+void writeCoordinates(DataFiles &files, const RunModel &model)
 {
-    TokenFile file(dataBase(model.spec) + ".crd", model.spec.form);
+    TokenFile file = files.make(".crd");
     tableHead(file, 2, model.nNodes, 4);
     intPart(file, 1, model.nNodes, model.usrIds.data());
     file.keyInt("type", REAL_PART);
@@ -77,7 +77,7 @@ void writeCoordinates(const RunModel &model)
 }
 
 /* a volume, or an element group of several volumes */
-void writeElements(const RunModel &model, const std::string &suffix, const std::vector<int> &vols)
+void writeElements(DataFiles &files, const RunModel &model, const std::string &suffix, const std::vector<int> &vols)
 {
     VolSet all;
     const VolSet *set = &model.vols[vols[0]];
@@ -90,7 +90,7 @@ void writeElements(const RunModel &model, const std::string &suffix, const std::
         }
         set = &all;
     }
-    TokenFile file(dataBase(model.spec) + suffix, model.spec.form);
+    TokenFile file = files.make(suffix);
     tableHead(file, 2, set->nElems(), set->nen + 1);
     intPart(file, 1, set->nElems(), set->usrIds.data());
     intPart(file, set->nen, set->nElems(), asUsrIds(model, set->cnn, set->nen));
@@ -113,10 +113,10 @@ SrfSet joined(const RunModel &model, const std::vector<int> &members)
     return all;
 }
 
-void writeSurfaces(const RunModel &model, const std::string &suffix, const std::vector<int> &members)
+void writeSurfaces(DataFiles &files, const RunModel &model, const std::string &suffix, const std::vector<int> &members)
 {
     const SrfSet set = joined(model, members);
-    TokenFile file(dataBase(model.spec) + suffix, model.spec.form);
+    TokenFile file = files.make(suffix);
     tableHead(file, 3, set.nSrfs(), set.nSrfNodes + 2);
     intPart(file, 1, set.nSrfs(), set.elems.data());
     intPart(file, 1, set.nSrfs(), set.usrIds.data());
@@ -254,12 +254,12 @@ private:
 
 /* ---- decomposition and node lists ---- */
 
-void writeDecomposition(const RunModel &model)
+void writeDecomposition(DataFiles &files, const RunModel &model)
 {
     std::vector<int> colors;
     for (const VolSet &vol : model.vols) colors.insert(colors.end(), vol.sds.begin(), vol.sds.end());
 
-    TokenFile file(dataBase(model.spec) + ".ddc", model.spec.form);
+    TokenFile file = files.make(".ddc");
     file.keyInt("nSds", model.spec.nSds);
     file.keyInt("nElems", (int) colors.size());
     file.keyInts("color", 1, (int) colors.size(), colors.data());
@@ -274,14 +274,14 @@ void writeDecomposition(const RunModel &model)
     file.close();
 }
 
-void writeNodeList(const RunModel &model, size_t osf)
+void writeNodeList(DataFiles &files, const RunModel &model, size_t osf)
 {
     std::vector<int> nodes = joined(model, model.osfs[osf].members).cnn;
     for (int &node : nodes) node = model.usrIds[node];
     std::sort(nodes.begin(), nodes.end());
     nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
 
-    TokenFile file(dataBase(model.spec) + "_" + std::to_string(osf) + ".osn", model.spec.form);
+    TokenFile file = files.make("_" + std::to_string(osf) + ".osn");
     file.keyInt("nSds", model.spec.nSds);
     file.keyInt("nNodes", (int) nodes.size());
     file.keyInts("usrIds", 1, (int) nodes.size(), nodes.data());
@@ -320,17 +320,17 @@ void writePart(TokenFile &file, const RunModel &model, int step, const std::vect
     }
 }
 
-void writeStep(const RunModel &model, int step)
+void writeStep(DataFiles &files, const RunModel &model, int step)
 {
-    const std::string base = dataBase(model.spec) + "_" + std::to_string(model.spec.steps[step]) + "_";
+    const std::string stem = "_" + std::to_string(model.spec.steps[step]) + "_";
     if (model.spec.merged) {
-        TokenFile file(base + "x.out", model.spec.form);
+        TokenFile file = files.make(stem + "x.out");
         for (const auto &part : model.parts) writePart(file, model, step, part);
         file.close();
         return;
     }
     for (size_t p = 0; p < model.parts.size(); ++p) {
-        TokenFile file(base + std::to_string(p) + ".out", model.spec.form);
+        TokenFile file = files.make(stem + std::to_string(p) + ".out");
         writePart(file, model, step, model.parts[p]);
         file.close();
     }
@@ -355,21 +355,26 @@ void writeRun(const RunModel &model)
 {
     const RunSpec &spec = model.spec;
     fs::create_directories(dataFolder(spec));
-    writeCoordinates(model);
+    DataFiles files(dataBase(spec), spec.form);
+    writeCoordinates(files, model);
     const auto numbered = [](const char *suffix, size_t n) { return suffix + std::to_string(n); };
-    for (size_t v = 0; v < model.vols.size(); ++v) writeElements(model, numbered(".vol", v), {(int) v});
-    for (size_t e = 0; e < model.elms.size(); ++e) writeElements(model, numbered(".cnn", e), model.elms[e].members);
-    for (size_t s = 0; s < model.sfss.size(); ++s) writeSurfaces(model, numbered(".sfs", s), {(int) s});
+    for (size_t v = 0; v < model.vols.size(); ++v)
+        writeElements(files, model, numbered(".vol", v), {(int) v});
+    for (size_t e = 0; e < model.elms.size(); ++e)
+        writeElements(files, model, numbered(".cnn", e), model.elms[e].members);
+    for (size_t s = 0; s < model.sfss.size(); ++s)
+        writeSurfaces(files, model, numbered(".sfs", s), {(int) s});
 
     for (const SrfFamily &family : srfFamilies) {
         const std::vector<Group> &groups = model.groups(family.family);
         for (size_t g = 0; g < groups.size(); ++g)
-            writeSurfaces(model, numbered(family.suffix, g), groups[g].members);
+            writeSurfaces(files, model, numbered(family.suffix, g), groups[g].members);
     }
 
-    if (spec.nSds > 0) writeDecomposition(model);
-    for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(model, g);
-    for (int s = 0; s < model.nSteps(); ++s) writeStep(model, s);
+    if (spec.nSds > 0) writeDecomposition(files, model);
+    for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(files, model, g);
+    for (int s = 0; s < model.nSteps(); ++s) writeStep(files, model, s);
+    files.close();
     ClientInfo(model).write();
     writeLog(spec);
 }

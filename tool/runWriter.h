@@ -5,7 +5,8 @@
  *
  * <dir>/<problem>.<run>.Log stands beside the data folder, which holds the client information file, the coordinates, a
  * table per volume, element group, surface set and surface group, the decomposition, the node lists of the output
- * surfaces, and the nodal output of each step. */
+ * surfaces, and the nodal output of each step. In the container form all but the client information are members of one
+ * file <problem>.<run>.C in that folder. */
 
 #include <string>
 

@@ -1,167 +1,100 @@
 /* tokenFile.cpp: the storage forms of a token stream.
  *
- * A form is a TokenSink: it knows how one text and one run of numbers become bytes. What is above a token (keys,
- * tables, blocks of rows) is done once, in TokenFile. Bytes are collected in one large buffer: a run has files of
- * hundreds of megabytes, and tables of a hundred million numbers.
+ * A form is a TokenSink: it knows how one text and one table of numbers are stored. What is above that (keys, sizes,
+ * tables made block by block) is done once, in TokenFile.
  *
- * In this file: the output stream, the text form, the binary form in either byte order, TokenFile. */
+ * In this file: the table of forms, the text forms, the binary form in either byte order, TokenFile, DataFiles. HDF5 is
+ * in hdfSink.cpp. */
 
 #include "tool/tokenFile.h"
 
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
+#include <vector>
+
+#include "tool/byteStream.h"
+#include "tool/tokenSink.h"
 
 namespace tool {
 
-/* ---- bytes on their way to disk ---- */
-
-namespace {
-
-class ByteStream {
-public:
-    explicit ByteStream(const std::string &path) : name(path), buffer(size)
-    {
-        fp = std::fopen(name.c_str(), "wb");
-        if (!fp) fail("cannot be made");
-        std::setvbuf(fp, nullptr, _IONBF, 0);         /* we have our own buffer */
-    }
-    ~ByteStream() { if (fp) std::fclose(fp); }
-    ByteStream(const ByteStream &) = delete;
-    ByteStream &operator=(const ByteStream &) = delete;
-
-    void put(const void *bytes, size_t n)
-    {
-        if (n > size - used) {
-            flush();
-            if (n > size) return write(bytes, n);
-        }
-        if (n > 0) std::memcpy(buffer.data() + used, bytes, n);
-        used += n;
-    }
-
-    /* room for n bytes (n small) that the caller fills and then counts by grew() */
-    char *room(size_t n)
-    {
-        if (n > size - used) flush();
-        return buffer.data() + used;
-    }
-    void grew(size_t n) { used += n; }
-
-    void close()
-    {
-        flush();
-        std::FILE *closing = fp;
-        fp = nullptr;
-        if (std::fclose(closing) != 0) fail("cannot be written");
-    }
-
-private:
-    static constexpr size_t size = 1 << 20;
-
-    void flush()
-    {
-        const size_t n = used;
-        used = 0;
-        write(buffer.data(), n);
-    }
-    void write(const void *bytes, size_t n)
-    {
-        if (n > 0 && std::fwrite(bytes, 1, n, fp) != n) fail("cannot be written");
-    }
-    [[noreturn]] void fail(const char *what) const
-    {
-        throw std::runtime_error("file " + name + " " + what + ": " + std::strerror(errno));
-    }
-
-    std::string       name;
-    std::FILE        *fp = nullptr;
-    std::vector<char> buffer;
-    size_t            used = 0;
-};
-
-}
-
 /* ---- forms ---- */
 
-/* A table comes as n1 and then n2 as integers and then any number of runs of numbers; endNums() ends a line of them. */
-class TokenSink {
-public:
-    virtual ~TokenSink() = default;
-    virtual void str   (const std::string &text)            = 0;
-    virtual void ints  (const int32_t *values, int64_t n)   = 0;
-    virtual void reals (const double  *values, int64_t n)   = 0;
-    virtual void floats(const float   *values, int64_t n)   = 0;
-    virtual void endNums() = 0;
-    virtual void close()   = 0;
+const FormRow formRows[6] = {             /* in the order of Form */
+    {"ascii",      Form::ascii,      "",   0x10 },
+    {"binary",     Form::binary,     ".B", 0x20 },
+    {"swapped",    Form::swapped,    ".B", 0x20 },
+    {"compressed", Form::compressed, ".Z", 0x40 },
+    {"hdf",        Form::hdf,        ".H", 0x80 },
+    {"container",  Form::container,  ".C", 0x100},
 };
+
+const FormRow &formRow(Form form) { return formRows[(int) form]; }
+std::string formSuffix(Form form) { return form == Form::container ? "" : formRow(form).suffix; }
+int         formOpt(Form form)    { return formRow(form).opt; }
 
 namespace {
 
-/* Texts and counts on lines of their own, the numbers of one run on one line. */
+/* Texts and counts on lines of their own, the numbers of one table on one line. */
 class TextSink : public TokenSink {
 public:
-    explicit TextSink(const std::string &path) : out(path) {}
+    TextSink(const std::string &fileName, ByteStream::Way way) : out(fileName, way) {}
 
     void str(const std::string &text) override
     {
         if (text.empty() || text.find_first_of(" \t\r\n\v\f\"") != std::string::npos)
-            throw std::runtime_error("text <" + text + "> does not fit into an ascii file");
+            throw std::runtime_error("text <" + text + "> does not fit into a text file");
         out.put(text.data(), text.size());
         out.put("\n", 1);
     }
-    void ints(const int32_t *values, int64_t n) override
+    void begin(Kind kindOfTable, int64_t, int64_t nColsOfTable) override
     {
-        for (int64_t i = 0; i < n; ++i) {
-            char *at = separated(longestNumber);
-            out.grew(std::to_chars(at, at + longestNumber, values[i]).ptr - at);
-        }
-    }
-    void reals(const double *values, int64_t n) override
-    {
-        for (int64_t i = 0; i < n; ++i) {
-            char *at = separated(longestNumber);
-            out.grew(std::snprintf(at, longestNumber, "%.17g", values[i]));
-        }
-    }
-    void floats(const float *values, int64_t n) override
-    {
-        for (int64_t i = 0; i < n; ++i) {
-            char *at = separated(longestNumber);
-            out.grew(std::snprintf(at, longestNumber, "%.9g", (double) values[i]));
-        }
-    }
-    void endNums() override
-    {
-        out.put("\n", 1);
+        kind  = kindOfTable;
+        nCols = nColsOfTable;
         first = true;
     }
+    void rows(const void *values, int64_t nRows) override
+    {
+        switch (kind) {
+            case Kind::integer: return nums<int32_t>(values, nRows * nCols);
+            case Kind::real:    return nums<double> (values, nRows * nCols);
+            case Kind::single:  return nums<float>  (values, nRows * nCols);
+        }
+    }
+    void end() override   { out.put("\n", 1); }
     void close() override { out.close(); }
 
 private:
-    static constexpr size_t longestNumber = 32;
+    static constexpr size_t longest = 32;             /* of a number's text */
 
-    char *separated(size_t n)
+    static size_t format(char *at, int32_t value) { return std::to_chars(at, at + longest, value).ptr - at; }
+    static size_t format(char *at, double value)  { return std::snprintf(at, longest, "%.17g", value); }
+    static size_t format(char *at, float value)   { return std::snprintf(at, longest, "%.9g", (double) value); }
+
+    template <class T> void nums(const void *from, int64_t n)
     {
-        char *at = out.room(n + 1);
-        if (!first) {
-            *at++ = ' ';
-            out.grew(1);
+        const T *values = static_cast<const T *>(from);
+        for (int64_t i = 0; i < n; ++i) {
+            char *at = out.room(longest + 1);
+            if (!first) *at = ' ';
+            out.grew(!first + format(at + !first, values[i]));
+            first = false;
         }
-        first = false;
-        return at;
     }
 
     ByteStream out;
+    Kind       kind  = Kind::integer;
+    int64_t    nCols = 0;
     bool       first = true;
 };
 
 /* A line that tells sizes and byte order, then the bytes of each token; texts are padded to multiples of 8. */
 class BinarySink : public TokenSink {
 public:
-    BinarySink(const std::string &path, bool bigEndian) : out(path), swap(bigEndian == machineIsLittle())
+    BinarySink(const std::string &fileName, bool bigEndian)
+        : out(fileName, ByteStream::Way::straight), swap(bigEndian == machineIsLittle())
     {
         const char *tag = bigEndian ? "QUENTA 2021.1 1 4 5 8\n" : "QUENTA 2021.1 2 4 6 8\n";
         out.put(tag, std::strlen(tag));
@@ -173,10 +106,17 @@ public:
         out.put(text.data(), text.size());
         out.put(zeros, 8 - text.size() % 8);          /* at least one: it ends the text */
     }
-    void ints  (const int32_t *values, int64_t n) override { nums<uint32_t>(values, n); }
-    void reals (const double  *values, int64_t n) override { nums<uint64_t>(values, n); }
-    void floats(const float   *values, int64_t n) override { nums<uint32_t>(values, n); }
-    void endNums() override {}
+    void begin(Kind kind, int64_t, int64_t nColsOfTable) override
+    {
+        wide  = kind == Kind::real;
+        nCols = nColsOfTable;
+    }
+    void rows(const void *values, int64_t nRows) override
+    {
+        if (wide) nums<uint64_t>(values, nRows * nCols);
+        else nums<uint32_t>(values, nRows * nCols);
+    }
+    void end() override {}
     void close() override { out.close(); }
 
 private:
@@ -207,46 +147,60 @@ private:
     }
 
     ByteStream out;
-    bool       swap;
+    bool       swap, wide = false;
+    int64_t    nCols = 0;
 };
 
 std::unique_ptr<TokenSink> newSink(const std::string &path, Form form)
 {
-    if (form == Form::ascii) return std::make_unique<TextSink>(path);
-    return std::make_unique<BinarySink>(path, form == Form::swapped);
+    const std::string fileName = path + formRow(form).suffix;
+    switch (form) {
+        case Form::ascii:      return std::make_unique<TextSink>(fileName, ByteStream::Way::straight);
+        case Form::binary:     return std::make_unique<BinarySink>(fileName, false);
+        case Form::swapped:    return std::make_unique<BinarySink>(fileName, true);
+        case Form::compressed: return std::make_unique<TextSink>(fileName, ByteStream::Way::compressed);
+        case Form::hdf:        return newHdfSink(fileName);
+        case Form::container:  break;
+    }
+    throw std::invalid_argument("file " + path + ": a member is made in its container");
 }
 
-template <class T> void putNums(TokenSink &sink, const T *values, int64_t n);
-template <> void putNums(TokenSink &sink, const int32_t *values, int64_t n) { sink.ints(values, n); }
-template <> void putNums(TokenSink &sink, const double  *values, int64_t n) { sink.reals(values, n); }
+void putTable(TokenSink &sink, Kind kind, int64_t nRows, int64_t nCols, const void *values)
+{
+    sink.begin(kind, nRows, nCols);
+    sink.rows(values, nRows);
+    sink.end();
+}
 
 template <class T>
-void putTable(TokenFile &file, TokenSink &sink, const std::string &key, int32_t nCols, int32_t nRows,
-              const TokenFile::Rows<T> &rows)
+void putTable(TokenSink &sink, Kind kind, int64_t nRows, int64_t nCols, const TokenFile::Rows<T> &rows)
 {
-    file.keyInt(key, nCols);
-    file.ints(&nRows, 1);
+    sink.begin(kind, nRows, nCols);
     if (nCols > 0) {
         const int64_t atOnce = nCols < 32768 ? 32768 / nCols : 1;
         std::vector<T> block(atOnce * nCols);
         for (int64_t first = 0; first < nRows; first += atOnce) {
             const int64_t n = nRows - first < atOnce ? nRows - first : atOnce;
             rows(first, n, block.data());
-            putNums(sink, block.data(), n * nCols);
+            sink.rows(block.data(), n);
         }
     }
-    sink.endNums();
+    sink.end();
+}
+
+/* what stands before the numbers of a keyed table */
+void putHead(TokenFile &file, const std::string &key, int32_t nCols, int32_t nRows)
+{
+    file.keyInt(key, nCols);
+    file.ints(&nRows, 1);
 }
 
 }
 
-/* ---- the file ---- */
+/* ---- a file ---- */
 
-std::string formSuffix(Form form) { return form == Form::ascii ? "" : ".B"; }
-int         formOpt(Form form)    { return form == Form::ascii ? 0x10 : 0x20; }
-
-TokenFile::TokenFile(const std::string &path, Form form)
-    : fileName(path + formSuffix(form)), sink(newSink(fileName, form)) {}
+TokenFile::TokenFile(const std::string &path, Form form) : sink(newSink(path, form)) {}
+TokenFile::TokenFile(Container &container, const std::string &member) : sink(container.newMember(member)) {}
 
 TokenFile::~TokenFile()
 {
@@ -263,10 +217,10 @@ void TokenFile::close()
     closing->close();
 }
 
-void TokenFile::str(const std::string &text)              { sink->str(text); }
-void TokenFile::ints  (const int32_t *values, int64_t n)  { sink->ints(values, n);   sink->endNums(); }
-void TokenFile::reals (const double  *values, int64_t n)  { sink->reals(values, n);  sink->endNums(); }
-void TokenFile::floats(const float   *values, int64_t n)  { sink->floats(values, n); sink->endNums(); }
+void TokenFile::str(const std::string &text)             { sink->str(text); }
+void TokenFile::ints  (const int32_t *values, int64_t n) { putTable(*sink, Kind::integer, 1, n, values); }
+void TokenFile::reals (const double  *values, int64_t n) { putTable(*sink, Kind::real,    1, n, values); }
+void TokenFile::floats(const float   *values, int64_t n) { putTable(*sink, Kind::single,  1, n, values); }
 
 void TokenFile::keyStr(const std::string &key, const std::string &text)
 {
@@ -288,26 +242,44 @@ void TokenFile::keyReal(const std::string &key, double value)
 
 void TokenFile::keyInts(const std::string &key, int32_t nCols, int32_t nRows, const int32_t *data)
 {
-    keyInt(key, nCols);
-    ints(&nRows, 1);
-    ints(data, (int64_t) nCols * nRows);
+    putHead(*this, key, nCols, nRows);
+    putTable(*sink, Kind::integer, nRows, nCols, data);
 }
 
 void TokenFile::keyReals(const std::string &key, int32_t nCols, int32_t nRows, const double *data)
 {
-    keyInt(key, nCols);
-    ints(&nRows, 1);
-    reals(data, (int64_t) nCols * nRows);
+    putHead(*this, key, nCols, nRows);
+    putTable(*sink, Kind::real, nRows, nCols, data);
 }
 
 void TokenFile::keyInts(const std::string &key, int32_t nCols, int32_t nRows, const Rows<int32_t> &rows)
 {
-    putTable(*this, *sink, key, nCols, nRows, rows);
+    putHead(*this, key, nCols, nRows);
+    putTable(*sink, Kind::integer, nRows, nCols, rows);
 }
 
 void TokenFile::keyReals(const std::string &key, int32_t nCols, int32_t nRows, const Rows<double> &rows)
 {
-    putTable(*this, *sink, key, nCols, nRows, rows);
+    putHead(*this, key, nCols, nRows);
+    putTable(*sink, Kind::real, nRows, nCols, rows);
+}
+
+/* ---- the files of a run ---- */
+
+DataFiles::DataFiles(const std::string &commonBase, Form formOfAll) : base(commonBase), form(formOfAll)
+{
+    if (form == Form::container) container = std::make_unique<Container>(base);
+}
+
+TokenFile DataFiles::make(const std::string &tail)
+{
+    if (!container) return TokenFile(base + tail, form);
+    return TokenFile(*container, std::filesystem::path(base).filename().string() + tail);
+}
+
+void DataFiles::close()
+{
+    if (container) container->close();
 }
 
 }

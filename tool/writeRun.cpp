@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tool/expect.h"
+#include "tool/options.h"
 #include "tool/runWriter.h"
 
 using namespace tool;
@@ -22,8 +23,6 @@ struct Wanted {
 };
 
 /* ---- values of options ---- */
-
-[[noreturn]] void refuse(const std::string &text) { throw std::invalid_argument(text); }
 
 int64_t number(const char *option, const std::string &text, int64_t least, int64_t most)
 {
@@ -46,17 +45,6 @@ double real(const char *option, const std::string &text)
 
 template <class T> struct Word { const char *word; T value; };
 
-template <class T, size_t n> T choice(const char *option, const std::string &text, const Word<T> (&words)[n])
-{
-    std::string known;
-    for (const Word<T> &w : words) {
-        if (text == w.word) return w.value;
-        known += std::string(known.empty() ? "" : ", ") + w.word;
-    }
-    refuse(std::string(option) + ": <" + text + "> is none of " + known);
-}
-
-const Word<Form>   forms[]  = {{"ascii", Form::ascii}, {"binary", Form::binary}, {"swapped", Form::swapped}};
 const Word<Mesh>   meshes[] = {{"hex", Mesh::hex}, {"tet", Mesh::tet}, {"tet10", Mesh::tet10}, {"mixed", Mesh::mixed}};
 const Word<Shape>  shapes[] = {{"box", Shape::box}, {"bend", Shape::bend}, {"annulus", Shape::annulus}};
 const Word<Fields> fields[] = {{"formula", Fields::formula}, {"demo", Fields::demo}};
@@ -88,8 +76,8 @@ const Option options[] = {
     {"--data-dir", "NAME", "folder of the data files, below DIR [QUENTA.DIR]; . for beside the log",
      [](Wanted *w, Arg a) { w->spec.dataDir = a; }},
     {"--title", "TEXT", "title of the run [generated run]", [](Wanted *w, Arg a) { w->spec.title = a; }},
-    {"--form", "FORM", "storage form: ascii, binary, swapped (the other byte order) [binary]",
-     [](Wanted *w, Arg a) { w->spec.form = choice("--form", a, forms); }},
+    {"--form", "FORM", "ascii, binary, swapped (the other byte order), compressed, hdf, container [binary]",
+     [](Wanted *w, Arg a) { w->spec.form = choice("--form", a, formRows); }},
     {"--mesh", "MESH", "hex, tet, tet10 (ten nodes each), mixed (four volumes of four kinds) [hex]",
      [](Wanted *w, Arg a) { w->spec.mesh = choice("--mesh", a, meshes); }},
     {"--shape", "SHAPE", "box, bend (a channel that turns), annulus (a ring) [box]",

@@ -1,7 +1,7 @@
 /* testRunWriter.cpp: the files of a run hold what the model says, in the layout of a real run. */
 
 #include "test/testUtil.h"
-#include "test/tool/tokenReader.h"
+#include "test/tool/forms.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -14,17 +14,14 @@
 using namespace tool;
 namespace fs = std::filesystem;
 
-static const struct { const char *name; Form form; } forms[] = {
-    {"ascii", Form::ascii}, {"binary", Form::binary}, {"swapped", Form::swapped}};
-
-static std::string dataFile(const RunSpec &spec, const std::string &suffix)
+static Place dataFile(const RunSpec &spec, const std::string &tail)
 {
-    return dataFolder(spec) + "/" + spec.problem + "." + std::to_string(spec.run) + suffix + formSuffix(spec.form);
+    return placeOf(spec.form, dataFolder(spec) + "/" + spec.problem + "." + std::to_string(spec.run), tail);
 }
 
-static std::vector<Item> items(const RunModel &model, const std::string &suffix)
+static std::vector<Item> items(const RunModel &model, const std::string &tail)
 {
-    return readItems(dataFile(model.spec, suffix));
+    return readItems(dataFile(model.spec, tail));
 }
 
 static std::vector<std::string> words(const std::string &text)
@@ -236,7 +233,7 @@ static void checkOutput(const RunModel &model)
             out = items(model, base + "x.out");
             for (const auto &part : model.parts) checkPart(model, step, part, out, &at);
             EXPECT_EQ(at, out.size());
-            EXPECT_FALSE(fs::exists(dataFile(model.spec, base + "0.out")));
+            EXPECT_FALSE(exists(dataFile(model.spec, base + "0.out")));
             continue;
         }
         for (size_t p = 0; p < model.parts.size(); ++p) {
@@ -245,7 +242,7 @@ static void checkOutput(const RunModel &model)
             checkPart(model, step, model.parts[p], out, &at);
             EXPECT_EQ(at, out.size());
         }
-        EXPECT_FALSE(fs::exists(dataFile(model.spec, base + "x.out")));
+        EXPECT_FALSE(exists(dataFile(model.spec, base + "x.out")));
     }
 }
 
@@ -327,8 +324,8 @@ TEST(runWriter, aRunWithoutSubdomainsHasNoDecomposition)
     spec.nSds = 0;
     const RunModel model(spec);
     writeRun(model);
-    EXPECT_FALSE(fs::exists(dataFile(spec, ".ddc")));
-    EXPECT_TRUE(fs::exists(dataFile(spec, "_0_0.out")));
+    EXPECT_FALSE(exists(dataFile(spec, ".ddc")));
+    EXPECT_TRUE(exists(dataFile(spec, "_0_0.out")));
     checkOutput(model);
 }
 
@@ -342,6 +339,38 @@ TEST(runWriter, filesThatAreNotWantedAreNotThere)
         const std::string name = entry.path().filename().string();
         EXPECT_EQ(name.find(".osn"), std::string::npos);
         EXPECT_EQ(name.find(".out"), std::string::npos);
+    }
+}
+
+/* A form writes its own files and no others: those of the container lie in it, without folder and suffix. */
+TEST(runWriter, filesHaveTheSuffixOfTheForm)
+{
+    for (const auto &f : forms) {
+        SCOPED_TRACE(f.name);
+        RunSpec spec;
+        spec.dir  = f.name;
+        spec.form = f.form;
+        writeRun(spec);
+        std::vector<std::string> names;
+        for (const auto &entry : fs::directory_iterator(dataFolder(spec))) {
+            const std::string name = entry.path().filename().string(), suffix = f.suffix;
+            if (name == "pipe.1.cli") continue;
+            EXPECT_EQ(kindOf(entry.path().string()), f.kind);
+            ASSERT_EQ(name.substr(name.size() - suffix.size()), suffix);
+            names.push_back(name.substr(0, name.size() - suffix.size()));
+        }
+        EXPECT_EQ(kindOf(cliName(spec)), "text");
+        EXPECT_EQ(kindOf(logFile(spec)), "text");
+        if (f.form == Form::container) {
+            EXPECT_EQ(names, (std::vector<std::string>{"pipe.1"}));
+            names = membersOf(dataFolder(spec) + "/pipe.1.C");
+        }
+        const std::set<std::string> sorted(names.begin(), names.end());
+        const std::set<std::string> expected = {
+            "pipe.1.cbc0", "pipe.1.cbc1", "pipe.1.cbc2", "pipe.1.cbc3", "pipe.1.cnn0", "pipe.1.crd", "pipe.1.ddc",
+            "pipe.1.osf0", "pipe.1.rsf0", "pipe.1.sfs0", "pipe.1.sfs1", "pipe.1.sfs2", "pipe.1.sfs3", "pipe.1.srs0",
+            "pipe.1.vol0", "pipe.1_0.osn", "pipe.1_0_0.out"};
+        EXPECT_EQ(sorted, expected);
     }
 }
 
@@ -398,11 +427,12 @@ TEST(runWriter, clientInformationNamesAllFilesAndSizes)
             const std::vector<std::string> w = words(line);
             const std::string &key = w[0];
             ++counts[key];
-            if (key == "FMT")   { EXPECT_EQ(w[1], f.form == Form::ascii ? "16" : "32"); }
+            if (key == "FMT")   { EXPECT_EQ(w[1], std::to_string(f.opt)); }
             if (key == "NSDS")  { EXPECT_EQ(w[1], "2"); }
             if (key == "TITLE") { EXPECT_EQ(quotedIn(line)[0], "a title"); }
             if (w.size() > 1 && w[1].find('/') != std::string::npos) {     /* a file, with its real number of rows */
-                const std::vector<Item> table = readItems(w[1]);
+                const std::vector<Item> table = readItems(f.form == Form::container
+                    ? Place{dataFolder(spec) + "/pipe.1.C", w[1].substr(w[1].rfind('/') + 1)} : Place{w[1], ""});
                 ASSERT_EQ(table.at(1).key, "nRows");
                 const auto rows = std::find_if(w.begin(), w.end(), [](const std::string &s) {
                     return s == "nNodes" || s == "nElems" || s == "nSrfs"; });
@@ -452,6 +482,7 @@ TEST(runWriter, keysStandInTheOrderOfARealRun)
 {
     if (!fs::exists(realRun)) GTEST_SKIP() << "no real run beside the sources";
     for (const auto &f : forms) {
+        if (!fs::exists(realRun + "/" + f.name)) continue;
         SCOPED_TRACE(f.name);
         const bool merged = f.form == Form::swapped;
         const RunSpec spec = likeTheRealRun(f.form, merged);
@@ -460,7 +491,7 @@ TEST(runWriter, keysStandInTheOrderOfARealRun)
         for (const std::string suffix : {".crd", ".vol0", ".cnn0", ".sfs0", ".cbc0", ".osf0", ".ddc", "_0.osn",
                                          merged ? "_0_x.out" : "_0_1.out"}) {
             SCOPED_TRACE(suffix);
-            const std::string theirs = base + suffix + formSuffix(f.form), ours = dataFile(spec, suffix);
+            const Place theirs = placeOf(f.form, base, suffix), ours = dataFile(spec, suffix);
             const std::vector<Item> a = readItems(theirs), b = readItems(ours);
             ASSERT_EQ(keysOf(a), keysOf(b));
             for (size_t i = 0; i < a.size(); ++i) {
@@ -469,7 +500,7 @@ TEST(runWriter, keysStandInTheOrderOfARealRun)
                     EXPECT_EQ(a[i].ints, b[i].ints) << a[i].key;
                 }
             }
-            EXPECT_EQ(TokenReader(theirs).isSwapped(), TokenReader(ours).isSwapped());
+            EXPECT_EQ(kindOf(theirs.file), kindOf(ours.file));
         }
     }
 }

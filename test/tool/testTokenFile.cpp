@@ -1,32 +1,28 @@
-/* testTokenFile.cpp: tokens become the right bytes, and come back as they were, in every storage form. */
+/* testTokenFile.cpp: tokens become the right bytes or data sets, and come back as they were, in every storage form. */
 
 #include "test/testUtil.h"
-#include "test/tool/tokenReader.h"
+#include "test/tool/forms.h"
+#include "test/tool/thrown.h"
+
+#include <unistd.h>
 
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
-
-#include "tool/tokenFile.h"
 
 using namespace tool;
 using namespace std::string_literals;
 
-static const struct { const char *name; Form form; bool binary, swapped; } forms[] = {
-    {"ascii",   Form::ascii,   false, false},
-    {"binary",  Form::binary,  true,  false},
-    {"swapped", Form::swapped, true,  true },
-};
-
 /* a short file: a text, integers, a real, a float, a table */
-static void writeShort(Form form)
+static void writeShort(TokenFile file)
 {
     const int32_t ints[2] = {1, -2}, table[4] = {1, 2, 3, 4};
     const double real = 0.5;
     const float single = -0.25f;
-    TokenFile file("a.tok", form);
     file.str("key");
     file.ints(ints, 2);
     file.reals(&real, 1);
@@ -35,15 +31,29 @@ static void writeShort(Form form)
     file.close();
 }
 
+static const std::string shortText = "key\n1 -2\n0.5\n-0.25\nvec\n2\n2\n1 2 3 4\n";
+
+TEST(tokenFile, formsAreKnownByWordSuffixAndOption)
+{
+    for (const auto &f : forms) {
+        SCOPED_TRACE(f.name);
+        EXPECT_STREQ(formRow(f.form).word, f.name);
+        EXPECT_EQ(formRow(f.form).value, f.form);
+        EXPECT_STREQ(formRow(f.form).suffix, f.suffix);
+        EXPECT_EQ(formOpt(f.form), f.opt);
+        EXPECT_EQ(formSuffix(f.form), f.form == Form::container ? "" : f.suffix) << "members have none";
+    }
+}
+
 TEST(tokenFile, asciiBytes)
 {
-    writeShort(Form::ascii);
-    EXPECT_EQ(testRead("a.tok"), "key\n1 -2\n0.5\n-0.25\nvec\n2\n2\n1 2 3 4\n");
+    writeShort(TokenFile("a.tok", Form::ascii));
+    EXPECT_EQ(testRead("a.tok"), shortText);
 }
 
 TEST(tokenFile, binaryBytes)
 {
-    writeShort(Form::binary);
+    writeShort(TokenFile("a.tok", Form::binary));
     EXPECT_EQ(testRead("a.tok.B"), "QUENTA 2021.1 2 4 6 8\n"
                                    "key\0\0\0\0\0"
                                    "\1\0\0\0\xfe\xff\xff\xff"
@@ -56,7 +66,7 @@ TEST(tokenFile, binaryBytes)
 
 TEST(tokenFile, swappedBytes)
 {
-    writeShort(Form::swapped);
+    writeShort(TokenFile("a.tok", Form::swapped));
     EXPECT_EQ(testRead("a.tok.B"), "QUENTA 2021.1 1 4 5 8\n"
                                    "key\0\0\0\0\0"
                                    "\0\0\0\1\xff\xff\xff\xfe"
@@ -65,6 +75,35 @@ TEST(tokenFile, swappedBytes)
                                    "vec\0\0\0\0\0"
                                    "\0\0\0\2\0\0\0\2"
                                    "\0\0\0\1\0\0\0\2\0\0\0\3\0\0\0\4"s);
+}
+
+TEST(tokenFile, compressedIsTheTextPacked)
+{
+    writeShort(TokenFile("a.tok", Form::compressed));
+    EXPECT_EQ(testRead("a.tok.Z").substr(0, 2), "\x1f\x9d");
+    ASSERT_EQ(std::system("zcat a.tok.Z >unpacked"), 0);
+    EXPECT_EQ(testRead("unpacked"), shortText);
+}
+
+/* what the reader looks at on its way: names, types, dimensions and number of the data sets */
+static void checkShort(const Place &place)
+{
+    TokenReader back(place);
+    EXPECT_EQ(back.str(), "key");
+    EXPECT_EQ(back.ints(1, 2), (std::vector<int32_t>{1, -2}));
+    EXPECT_EQ(back.real(), 0.5);
+    EXPECT_EQ(back.floats(1, 1)[0], -0.25f);
+    EXPECT_EQ(back.str(), "vec");
+    EXPECT_EQ(back.integer(), 2);
+    EXPECT_EQ(back.integer(), 2);
+    EXPECT_EQ(back.ints(2, 2), (std::vector<int32_t>{1, 2, 3, 4}));
+    EXPECT_TRUE(back.atEnd());
+}
+
+TEST(tokenFile, hdfDataSets)
+{
+    writeShort(TokenFile("a.tok", Form::hdf));
+    checkShort({"a.tok.H", ""});
 }
 
 TEST(tokenFile, textsArePaddedToEightsWithAZeroAtLeast)
@@ -85,39 +124,39 @@ TEST(tokenFile, textsArePaddedToEightsWithAZeroAtLeast)
 
 TEST(tokenFile, numbersComeBackAsTheyWere)
 {
-    const int32_t ints[]   = {0, 1, -1, INT_MAX, INT_MIN, 1234567};
-    const double  reals[]  = {0, -0.0, 0.1, 1.0 / 3, DBL_MAX, -DBL_MIN, DBL_TRUE_MIN, 1e-300, 123456789.123456789};
-    const float   floats[] = {0, 0.1f, 1.0f / 3, FLT_MAX, -FLT_MIN, 16777217.0f};
+    const std::vector<int32_t> ints   = {0, 1, -1, INT_MAX, INT_MIN, 1234567};
+    const std::vector<double>  reals  = {0, -0.0, 0.1, 1.0 / 3, DBL_MAX, -DBL_MIN, DBL_TRUE_MIN, 1e-300, 12345.6789};
+    const std::vector<float>   floats = {0, 0.1f, 1.0f / 3, FLT_MAX, -FLT_MIN, 16777217.0f};
     for (const auto &f : forms) {
         SCOPED_TRACE(f.name);
-        TokenFile file("n", f.form);
-        file.ints(ints, 6);
+        DataFiles files("n", f.form);
+        TokenFile file = files.make(".tok");
+        file.ints(ints.data(), 6);
         file.keyStr("name", "value");
-        file.reals(reals, 9);
-        file.floats(floats, 6);
+        file.reals(reals.data(), 9);
+        file.floats(floats.data(), 6);
         file.keyReal("last", 0.3);
         file.close();
+        files.close();
 
-        TokenReader back("n" + formSuffix(f.form));
-        EXPECT_EQ(back.isBinary(), f.binary);
-        EXPECT_EQ(back.isSwapped(), f.swapped);
-        for (int32_t v : ints) EXPECT_EQ(back.integer(), v);
+        const Place place = placeOf(f.form, "n", ".tok");
+        EXPECT_EQ(kindOf(place.file), f.kind);
+        TokenReader back(place);
+        EXPECT_EQ(back.ints(1, 6), ints);
         EXPECT_EQ(back.str(), "name");
         EXPECT_EQ(back.str(), "value");
-        for (double v : reals) {
-            const double got = back.real();
-            EXPECT_EQ(got, v);
-            EXPECT_EQ(std::signbit(got), std::signbit(v));
-        }
-        for (float v : floats) EXPECT_EQ(back.single(), v);
+        const std::vector<double> got = back.reals(1, 9);
+        EXPECT_EQ(got, reals);
+        EXPECT_TRUE(std::signbit(got[1])) << "-0";
+        EXPECT_EQ(back.floats(1, 6), floats);
         EXPECT_EQ(back.str(), "last");
         EXPECT_EQ(back.real(), 0.3);
         EXPECT_TRUE(back.atEnd());
     }
 }
 
-/* Blocks are an inside matter: a table of several buffers has the same bytes either way. */
-TEST(tokenFile, tablesByRowsHaveTheBytesOfTablesAtOnce)
+/* Blocks are an inside matter: a table of several buffers is stored in the same way either way. */
+TEST(tokenFile, tablesByRowsAreStoredAsTablesAtOnce)
 {
     const int nCols = 3, nRows = 100001;
     std::vector<int32_t> ints(nCols * nRows);
@@ -128,7 +167,8 @@ TEST(tokenFile, tablesByRowsHaveTheBytesOfTablesAtOnce)
     }
     for (const auto &f : forms) {
         SCOPED_TRACE(f.name);
-        TokenFile whole("whole", f.form), blocks("blocks", f.form);
+        DataFiles files("n", f.form);
+        TokenFile whole = files.make(".whole"), blocks = files.make(".blocks");
         whole.keyInts("nodes", nCols, nRows, ints.data());
         whole.keyReals("reals", nCols, nRows, reals.data());
         whole.close();
@@ -144,13 +184,17 @@ TEST(tokenFile, tablesByRowsHaveTheBytesOfTablesAtOnce)
             std::copy(reals.begin() + first * nCols, reals.begin() + (first + n) * nCols, values);
         }));
         blocks.close();
+        files.close();
         EXPECT_TRUE(inOrder);
         EXPECT_EQ(expected, nRows);
-        EXPECT_TRUE(testRead("whole" + formSuffix(f.form)) == testRead("blocks" + formSuffix(f.form)));
-        const std::vector<Item> items = readItems("blocks" + formSuffix(f.form));
-        ASSERT_EQ(keysOf(items), (std::vector<std::string>{"nodes", "reals"}));
-        EXPECT_TRUE(items[0].ints == ints);
-        EXPECT_TRUE(items[1].reals == reals);
+        const Place one = placeOf(f.form, "n", ".whole"), other = placeOf(f.form, "n", ".blocks");
+        if (f.kind != "hdf"s) { EXPECT_TRUE(testRead(one.file) == testRead(other.file)); }
+        for (const Place &place : {one, other}) {
+            const std::vector<Item> items = readItems(place);
+            ASSERT_EQ(keysOf(items), (std::vector<std::string>{"nodes", "reals"}));
+            EXPECT_TRUE(items[0].ints == ints);
+            EXPECT_TRUE(items[1].reals == reals);
+        }
     }
 }
 
@@ -159,12 +203,15 @@ TEST(tokenFile, tablesWithoutRowsOrColumnsAreTheirSizes)
     for (const auto &f : forms) {
         SCOPED_TRACE(f.name);
         const TokenFile::Rows<double> none = [](int64_t, int64_t, double *) { FAIL() << "rows of an empty table"; };
-        TokenFile file("e", f.form);
+        DataFiles files("n", f.form);
+        TokenFile file = files.make(".e");
         file.keyReals("a", 0, 5, none);
         file.keyReals("b", 3, 0, none);
         file.keyReals("c", 3, 0, nullptr);
+        file.ints(nullptr, 0);
         file.close();
-        const std::vector<Item> items = readItems("e" + formSuffix(f.form));
+        files.close();
+        const std::vector<Item> items = readItems(placeOf(f.form, "n", ".e"));
         ASSERT_EQ(keysOf(items), (std::vector<std::string>{"a", "b", "c"}));
         EXPECT_EQ(items[0].nRows, 5);
         EXPECT_EQ(items[1].nCols, 3);
@@ -182,12 +229,11 @@ TEST(tokenFile, closingTwiceIsOnce)
 
 TEST(tokenFile, aFileThatCannotBeMadeIsToldByName)
 {
-    try {
-        TokenFile file("no/such/folder/f", Form::binary);
-        FAIL() << "no failure";
-    }
-    catch (const std::runtime_error &e) {
-        EXPECT_NE(std::string(e.what()).find("no/such/folder/f.B cannot be made"), std::string::npos) << e.what();
+    for (const auto &f : forms) {
+        SCOPED_TRACE(f.name);
+        const std::string text = thrownBy([&] { DataFiles("no/such/folder/f", f.form).make(""); });
+        const std::string part = "no/such/folder/f"s + f.suffix + " cannot be made";
+        EXPECT_NE(text.find(part), std::string::npos) << text;
     }
 }
 
@@ -195,24 +241,163 @@ TEST(tokenFile, aFullDiskIsTold)
 {
     if (!std::ifstream("/dev/full")) GTEST_SKIP() << "the system has no full device";
     const std::vector<int32_t> many(1000000);
-    {
-        TokenFile file("/dev/full", Form::ascii);       /* a short file fails when it is closed */
-        file.keyInt("n", 1);
-        EXPECT_THROW(file.close(), std::runtime_error);
-    }
-    {
-        TokenFile file("/dev/full", Form::ascii);       /* a long one while it is written */
-        EXPECT_THROW(file.keyInts("n", 1, (int) many.size(), many.data()), std::runtime_error);
+    for (const auto &f : forms) {
+        if (f.kind == "hdf"s) continue;                 /* HDF5 makes no files on devices */
+        SCOPED_TRACE(f.name);
+        std::filesystem::remove("full"s + f.suffix);
+        std::filesystem::create_symlink("/dev/full", "full"s + f.suffix);
+        {
+            TokenFile file("full", f.form);             /* a short file fails when it is closed */
+            file.keyInt("n", 1);
+            EXPECT_THROW(file.close(), std::runtime_error);
+        }
+        TokenFile file("full", f.form);                 /* a long one while it is written, or by its end */
+        EXPECT_THROW(file.keyInts("n", 1, (int) many.size(), many.data()); file.close(), std::runtime_error);
     }
 }
 
-TEST(tokenFile, aTextThatAsciiCannotHoldIsRefused)
+/* ---- the compressor ---- */
+
+/* another search path for programs, for as long as this lives */
+class Path {
+public:
+    explicit Path(const std::string &path) : before(getenv("PATH")) { setenv("PATH", path.c_str(), 1); }
+    ~Path() { setenv("PATH", before.c_str(), 1); }
+
+private:
+    std::string before;
+};
+
+static void fakeCompress(const std::string &script)
 {
-    for (const char *text : {"", "two words", "a\nline", "a\"quote"}) {
-        TokenFile file("w", Form::ascii);
-        EXPECT_THROW(file.str(text), std::runtime_error) << text;
+    std::filesystem::create_directories("fake");
+    testWrite("fake/compress", "#!/bin/sh\n" + script + "\n");
+    std::filesystem::permissions("fake/compress", std::filesystem::perms::owner_all);
+}
+
+TEST(tokenFile, withoutTheCompressorNothingIsWritten)
+{
+    const Path none("/no/such/folder");
+    const std::string text = thrownBy([] { TokenFile("a", Form::compressed); });
+    EXPECT_NE(text.find("a.Z cannot be made: compress: "), std::string::npos) << text;
+}
+
+TEST(tokenFile, aCompressorThatFailsIsTold)
+{
+    fakeCompress("cat >/dev/null; exit 3");
+    const Path path(testFolder() + "/fake:" + getenv("PATH"));
+    TokenFile file("a", Form::compressed);
+    file.keyInt("n", 1);
+    EXPECT_NE(thrownBy([&] { file.close(); }).find("a.Z cannot be written: compress failed"), std::string::npos);
+}
+
+/* Writing to a process that is gone is an error, and not the end of this one. */
+TEST(tokenFile, aCompressorThatDiesIsTold)
+{
+    fakeCompress("exit 0");
+    const Path path(testFolder() + "/fake:" + getenv("PATH"));
+    const std::vector<int32_t> many(10000000);
+    TokenFile file("a", Form::compressed);
+    const std::string text = thrownBy([&] { file.keyInts("n", 1, (int) many.size(), many.data()); });
+    EXPECT_NE(text.find("a.Z cannot be written: "), std::string::npos) << text;
+}
+
+TEST(tokenFile, noShellSeesANameOfACompressedFile)
+{
+    const std::string name = "a b; touch made; $(touch made) `touch made` 'q\" > c";
+    writeShort(TokenFile(name, Form::compressed));
+    EXPECT_TRUE(std::filesystem::exists(name + ".Z"));
+    EXPECT_FALSE(std::filesystem::exists("made"));
+    EXPECT_FALSE(std::filesystem::exists("c"));
+    std::filesystem::rename(name + ".Z", "plain.Z");
+    checkShort({"plain.Z", ""});
+}
+
+TEST(tokenFile, manyCompressedFilesAtATime)
+{
+    {
+        std::vector<std::unique_ptr<TokenFile>> files;
+        for (int i = 0; i < 20; ++i)
+            files.push_back(std::make_unique<TokenFile>("f" + std::to_string(i), Form::compressed));
+        for (auto &file : files) file->keyInt("nNodes", 7);
     }
-    TokenFile file("w", Form::binary);
-    EXPECT_THROW(file.str("zero\0byte"s), std::runtime_error);
-    EXPECT_NO_THROW(file.str("two words"));
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(readItems("f" + std::to_string(i) + ".Z").at(0).ints[0], 7);
+}
+
+/* ---- containers ---- */
+
+TEST(container, membersStandBesideEachOther)
+{
+    Container box("box");
+    writeShort(TokenFile(box, "one.1"));
+    {
+        TokenFile two(box, "two"), three(box, "three");      /* two at a time */
+        two.keyInt("nNodes", 2);
+        three.keyInt("nNodes", 3);
+        two.keyInt("nElems", 4);
+    }
+    box.close();
+    box.close();
+    EXPECT_EQ(membersOf("box.C"), (std::vector<std::string>{"one.1", "three", "two"}));
+    checkShort({"box.C", "one.1"});
+    EXPECT_EQ(keysOf(readItems(Place{"box.C", "two"})), (std::vector<std::string>{"nNodes", "nElems"}));
+    EXPECT_EQ(readItems(Place{"box.C", "three"}).at(0).ints[0], 3);
+    EXPECT_TRUE(TokenReader("box.C").atEnd()) << "its own stream is there and empty";
+}
+
+TEST(container, aMemberWrittenAnewIsReplaced)
+{
+    Container box("box");
+    writeShort(TokenFile(box, "one"));
+    TokenFile(box, "one").keyInt("nNodes", 5);
+    box.close();
+    EXPECT_EQ(membersOf("box.C"), (std::vector<std::string>{"one"}));
+    ASSERT_EQ(readItems(Place{"box.C", "one"}).size(), 1u);
+    EXPECT_EQ(readItems(Place{"box.C", "one"})[0].ints[0], 5);
+}
+
+TEST(container, membersAreKeptIfWanted)
+{
+    const struct { bool keep; std::vector<std::string> members; } cases[] = {
+        {true, {"one", "two"}}, {true, {"one", "two"}}, {false, {"two"}}};
+    TokenFile(*std::make_unique<Container>("box", true), "one").keyInt("nNodes", 1);
+    for (const auto &c : cases) {
+        Container box("box", c.keep);
+        TokenFile(box, "two").keyInt("nNodes", 2);
+        box.close();
+        EXPECT_EQ(membersOf("box.C"), c.members);
+        EXPECT_EQ(readItems(Place{"box.C", "two"}).at(0).ints[0], 2);
+    }
+}
+
+TEST(container, whatCannotBeIsRefused)
+{
+    testWrite("text.C", "no container");
+    EXPECT_NE(thrownBy([] { Container("text", true); }).find("text.C cannot be opened"), std::string::npos);
+    EXPECT_NE(thrownBy([] { TokenFile("f", Form::container); }).find("a member is made in its container"),
+              std::string::npos);
+    Container box("box");
+    for (const std::string &name : {""s, "."s, "a/b"s, "/a"s, "a\0b"s})
+        EXPECT_NE(thrownBy([&] { TokenFile(box, name); }).find("box.C takes no member of the name"), std::string::npos);
+    box.close();
+    EXPECT_NE(thrownBy([&] { TokenFile(box, "late"); }).find("box.C is closed"), std::string::npos);
+}
+
+TEST(tokenFile, aTextThatAFormCannotHoldIsRefused)
+{
+    for (Form form : {Form::ascii, Form::compressed})
+        for (const char *text : {"", "two words", "a\nline", "a\"quote"}) {
+            TokenFile file("w", form);
+            EXPECT_THROW(file.str(text), std::runtime_error) << text;
+        }
+    for (Form form : {Form::binary, Form::hdf}) {
+        TokenFile file("w", form);
+        EXPECT_THROW(file.str("zero\0byte"s), std::runtime_error);
+        EXPECT_NO_THROW(file.str("two words"));
+        EXPECT_NO_THROW(file.str(""));
+        file.close();
+        TokenReader back("w" + formSuffix(form));
+        EXPECT_EQ(back.str(), "two words");
+        EXPECT_EQ(back.str(), "");
+    }
 }

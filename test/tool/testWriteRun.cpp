@@ -2,7 +2,7 @@
  * nonsense. */
 
 #include "test/testUtil.h"
-#include "test/tool/tokenReader.h"
+#include "test/tool/forms.h"
 
 #include <sys/wait.h>
 
@@ -114,12 +114,27 @@ TEST(writeRun, optionsReachTheFiles)
     EXPECT_EQ(out[5].ints[0], (int) spec.mask);
     for (size_t i = 0; i < model.parts[0].size(); ++i)
         for (int c = 0; c < 3; ++c) ASSERT_EQ(out[7].reals[3 * i + c], model.value(0, c, model.parts[0][i], 1));
-    EXPECT_TRUE(TokenReader("out/dir/data/duct.3.crd.B").isSwapped());
+    EXPECT_EQ(kindOf("out/dir/data/duct.3.crd.B"), "swapped");
     EXPECT_TRUE(readItems("out/dir/data/duct.3.crd.B")[5].ints == model.usrIds);
     const std::string cli = testRead("out/dir/data/duct.3.cli");
     for (const char *text : {"#@ DIR data\n", "#@ NSDS 4\n", "#@ TITLE \"a duct\"\n", "\"empty volume\"",
                              "#@ SPC  \"gas_C\""})
         EXPECT_NE(cli.find(text), std::string::npos) << text;
+}
+
+TEST(writeRun, everyFormInPartsAndMerged)
+{
+    for (const auto &f : forms)
+        for (const char *tail : {"_0_1.out", "_0_x.out"}) {
+            SCOPED_TRACE(std::string(f.name) + tail);
+            const std::string options = tail[3] == 'x' ? " --subdomains 2 --merged" : " --subdomains 2";
+            const Result r = writeRunCommand("out --form " + std::string(f.name) + options);
+            ASSERT_EQ(r.code, 0) << r.err;
+            const Place place = placeOf(f.form, "out/QUENTA.DIR/pipe.1", tail);
+            EXPECT_EQ(kindOf(place.file), f.kind);
+            EXPECT_EQ(readItems(place).at(0).key, "time");
+            fs::remove_all("out");
+        }
 }
 
 TEST(writeRun, aNumberOfNodesIsEnough)
