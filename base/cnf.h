@@ -46,8 +46,9 @@ extern "C" {
 
 /* Makes the table from the specifications, a list that ends with a null, and fills it; argv[0] is the program. May
    change the current directory (pDir); with a true `help` it prints the usage and ends the process with code 0. Missing
-   files are no failure. May not return: a bad specification, default, command line or value in a file. A second call
-   makes a new table and leaves texts of the first one where they are. */
+   files are no failure. May not return: a bad specification, default, command line or value in a file, a folder that
+   cannot be gone to, a key from above that is declared with another type. A second call makes a new table and leaves
+   texts of the first one where they are. */
 void        cnfInit(const char *const *specs, int argc, const char *const *argv);
 
 /* 1 if the key is declared. This one and the next four may not return: "CNF not initialized". */

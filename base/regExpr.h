@@ -16,7 +16,7 @@
  *     ^ $            start, end of the text               \< \>   start, end of a word
  *     * + ?          repeat the last item                 \b \B   at a start or end of a word, elsewhere
  *     ( )            group with a register                \` \'   start, end of the text
- *     | or newline   alternatives                         \1 \9   the text of a register, once its group has ended
+ *     | or newline   alternatives                         \1-\9   the text of a register, once its group has ended
  *     [a-z] [^]x]    one of a set, one outside of it;     \       before anything else: that character
  *                    a ] that comes first and any \ stand for themselves
  *
@@ -60,14 +60,15 @@ const char *reCompilePattern(const char *pattern, int length, rePattern *buf);
    only. Returns the length of the match, -1 for none, -2 if it needs more than 4100 choice points or more than a
    hundred million steps, or memory is out. With a match and `regs` not null, all registers are set; otherwise `regs`
    stays as it was. The first matches change the code in place, without changing any result: a pattern serves one
-   thread at a time. A position outside of the text does not return. */
+   thread at a time. May not return: a negative length, a position outside of the text, code that the compiler does not
+   make. */
 int reMatch(rePattern *buf, const char *text, int length, int pos, reRegisters *regs);
 
 /* Builds the tables of the language, once; compiling does it, too. */
 void reCompileInitialize(void);
 
-/* Sets fastmap[c], for each character as it comes in a text, to 1 if a match may begin with it, otherwise to 0; and
-   can_be_null to 1 if a match may be empty. Without a fastmap only can_be_null is set. */
+/* Of a compiled pattern: sets fastmap[c], for each character as it comes in a text, to 1 if a match may begin with it,
+   otherwise to 0; and can_be_null to 1 if a match may be empty. Without a fastmap only can_be_null is set. */
 void reCompileFastmap(rePattern *buf);
 
 #ifdef __cplusplus

@@ -314,6 +314,18 @@ TEST_F(cnf, theCommandLineSetsOptionsByEitherName)
     EXPECT_EQ(source("nose"), "default");
 }
 
+TEST_F(cnf, theFirstOptionOfANameIsMeant)
+{
+    const char *const specs[] = { "a:one:x:1:int:-:h", "b:x:one:2:int:-:h", "c:two:x:3:int:-:h", nullptr };
+    init({ "-x", "7" }, specs);
+    EXPECT_EQ(cnfGetInt("a"), 7);
+    useFile("x = 8\none = 9\ntwo = 10\n");
+    init({}, specs);
+    EXPECT_EQ(cnfGetInt("a"), 9);
+    EXPECT_EQ(cnfGetInt("b"), 2);
+    EXPECT_EQ(cnfGetInt("c"), 10);
+}
+
 TEST_F(cnf, noBeforeANameSetsAFlagToZero)
 {
     init({ "-f", "-no_f", "-nose" });
@@ -420,6 +432,18 @@ TEST_F(cnf, aNameTooLongForThePatternFailsInOrder)
     useFile(std::string(1500, 'p') + ".t = x\n");
     EXPECT_EQ(failure(), "");
     EXPECT_STREQ(cnfGetStr("title"), "x");
+}
+
+TEST_F(cnf, aFileSetsOptionsOfEveryType)
+{
+    useFile("the_flag: on\nc 0x10\nthe_size = 1.5d3\nt = a title\ncol = blue\n");
+    init();
+    EXPECT_EQ(cnfGetBool("flag"), 1);
+    EXPECT_EQ(cnfGetInt("count"), 16);
+    EXPECT_EQ(real("size"), 1500);
+    EXPECT_STREQ(cnfGetStr("title"), "a title");
+    EXPECT_EQ(text("color"), "blue");
+    for (const char *key : { "flag", "count", "size", "title", "color" }) EXPECT_EQ(source(key), "one.cnf") << key;
 }
 
 TEST_F(cnf, unknownKeysInAFileAreIgnored)
@@ -535,6 +559,7 @@ TEST_F(cnf, aDriveLetterIsRejoined)
 {
     std::filesystem::create_directories("C:/x");
     testWrite("C:/x/Quenta.cnf", "c = 11\n");
+    testWrite("C", "c = 12\n");                             /* the letter is no entry of its own */
     testWrite("a.cnf", "t = a\n");
     setenv("QUENTA_CNF_FILES", "a.cnf:C:\\x\\Quenta.cnf", 1);
     init();
@@ -555,6 +580,11 @@ TEST_F(cnf, aTildeIsTheUsersFolder)
     init();
     EXPECT_EQ(cnfGetInt("count"), 21);
     EXPECT_EQ(source("count"), "user\\sub\\my.cnf");
+    testWrite("a", "t = letter\n");                         /* before a tilde a letter is no drive */
+    setenv("QUENTA_CNF_FILES", "a:~\\sub\\my.cnf", 1);
+    init();
+    EXPECT_EQ(cnfGetInt("count"), 21);
+    EXPECT_STREQ(cnfGetStr("title"), "letter");
     for (const char *shortOnes : { "~", "~x", "~:a.cnf", "a:~", ":" }) {
         setenv("QUENTA_CNF_FILES", shortOnes, 1);
         EXPECT_EQ(failure(), "") << shortOnes;
@@ -581,6 +611,10 @@ TEST_F(cnf, theDefaultListIsTheCurrentFolderThenTheUsers)
     unsetenv("HOME");
     init();
     EXPECT_STREQ(cnfGetStr("title"), "untitled");
+    EXPECT_EQ(cnfGetInt("count"), 1);
+    setenv("QUENTA_CNF_FILES", "", 1);                      /* an empty list is a list */
+    init();
+    EXPECT_EQ(cnfGetInt("count"), 7);
 }
 
 TEST_F(cnf, whatIsNoPlainFileIsPassedOver)
@@ -599,6 +633,10 @@ TEST_F(cnf, linesAreReadBounded)
     EXPECT_EQ(cnfGetInt("count"), 7);
     EXPECT_STREQ(cnfGetStr("title"), "ok");
     EXPECT_EQ(real("size"), 2.5);                           /* the last line needs no end */
+
+    useFile(std::string(8191 - 5, ' ') + "c = 567\n");      /* 8191 characters count, and a final zero is the 8192nd */
+    init();
+    EXPECT_EQ(cnfGetInt("count"), 5);
 
     useFile("t = " + std::string(4000, 'y') + "\nc = 3\n");
     init();
@@ -701,8 +739,17 @@ TEST_F(cnf, aFalseSyncTurnsItOff)
 
 TEST_F(cnf, aStandardKeyOfAnotherTypeFails)
 {
-    EXPECT_HOLDS(specFailure({ "pDir:p:p:1:int:-:h" }), "key <pDir> is not a String");
-    EXPECT_HOLDS(specFailure({ "help:h:h:x:str:-:h" }), "key <help> is not a Bool");
+    for (const std::string key : { "pDir", "exec" })
+        EXPECT_HOLDS(specFailure({ (key + ":p:p:1:int:-:h").c_str() }), "key <" + key + "> is not a String");
+    for (const std::string key : { "help", "env", "lbuff", "memv", "sync" })
+        EXPECT_HOLDS(specFailure({ (key + ":h:h:x:str:-:h").c_str() }), "key <" + key + "> is not a Bool");
+}
+
+TEST_F(cnf, memvIsAccepted)
+{
+    const char *const specs[] = { "memv:memory_verbose:memv:off:bool:-:h", nullptr };
+    EXPECT_EQ(failure({ "-memv" }, specs), "");
+    EXPECT_EQ(cnfGetBool("memv"), 1);
 }
 
 TEST_F(cnf, lbuffMakesOutputComeLineByLine)
@@ -743,7 +790,7 @@ static std::string headed(const std::string &text)
 
 TEST_F(cnf, helpPrintsTheUsageAndEndsTheProcess)
 {
-    useFile("t = from file\n");
+    useFile("t = from file\nc = 5\n");                     /* c is on the command line, too */
     std::string out = output([] { init({ "-h", "-c", "3" }, usageOptions); });
     EXPECT_TRUE(ended);
     EXPECT_EQ(out, headed("\nUsage:\n\n"
@@ -778,6 +825,8 @@ TEST_F(cnf, theFullUsageShowsWhatIsHidden)
     EXPECT_HOLDS(out, "a kind: *a b *c\n");
     EXPECT_HOLDS(out, "  -dp <int>     *a deep secret\n");
     EXPECT_HOLDS(out, "   .\\Quenta.cnf:user\\Quenta.cnf\n");
+    setenv("QUENTA_FULL_USAGE", "", 1);                     /* anything but 0 */
+    EXPECT_HOLDS(output([] { init({ "-h" }, usageOptions); }), "deep");
     setenv("QUENTA_FULL_USAGE", "0", 1);
     out = output([] { init({ "-h" }, usageOptions); });
     EXPECT_LACKS(out, "deep");
