@@ -3,7 +3,11 @@
  * A word is what scanf takes for "%s", an integer "%d", a real "%le", a float "%e": the same values and the same places
  * where a token ends, so that "12abc" is the integer 12 and then the word abc, and a Fortran 1.5D+03 is 1.5 and then
  * rubbish. The tokens are found here, in the bytes that the handle read ahead, since a scanf for each number makes
- * reading a large text several times slower. The host's locale has no say in them.
+ * reading a large text many times slower. The host's locale has no say in them.
+ *
+ * Numbers are read in two ways. Nearly all are plain decimal ones that stand whole in the piece that was read ahead:
+ * these are converted where they stand, one behind the other (iopScan...s). A number that is anything else, or that
+ * reaches to the end of the piece, is looked at byte by byte (iopScan...), and only this way decides what a token is.
  *
  * A token that the end of the data cuts short counts as whole, as with scanf, if it is a number or a word so far.
  * Reals out of range become what strtod makes of them; an integer out of range fails. */
@@ -15,6 +19,8 @@
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include <charconv>
 
 enum { MAX_NUMBER = 8191 };                 /* characters of a number */
 
@@ -219,84 +225,172 @@ static int scanDecimal(iopHd *hd)
     return checkNumber(hd, n, digits || (isHex && n > head));
 }
 
-/* Most numbers are a product or quotient of two numbers that a double holds exactly, so that one operation rounds them
-   just as strtod does. 0: this one is not. */
-static int simpleReal(const char *s, const char *end, double *value)
+static void toReal(const char *s, double *value) { *value = strtod_l(s, NULL, sysPlainLocale()); }
+static void toReal(const char *s, float *value)  { *value = strtof_l(s, NULL, sysPlainLocale()); }
+
+template <class Real> static int scanReal(iopHd *hd, Real *dest)
 {
-    static const double tens[] = { 1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22 };
+    const int n = scanDecimal(hd);
+    if (n < 1) return n;
+    if (dest) {
+        char *s = hd->ahead.data + hd->ahead.pos;
+        const char kept = s[n];                     /* room for it: see iopFill */
+        s[n] = 0;
+        toReal(s, dest);
+        s[n] = kept;
+    }
+    hd->ahead.pos += n;
+    return 1;
+}
+
+int iopScanReal(iopHd *hd, void *dest)  { return scanReal(hd, (double *) dest); }
+int iopScanFloat(iopHd *hd, void *dest) { return scanReal(hd, (float *) dest); }
+
+/* ---- numbers that stand whole in the piece ---- */
+
+/* Eight digits at once. That a byte below carries into the next does no harm: it is no digit itself. */
+static inline int areDigits(const char *s)
+{
+    uint64_t eight;
+    memcpy(&eight, s, 8);
+    return !(((eight + UINT64_C(0x4646464646464646)) | (eight - UINT64_C(0x3030303030303030)))
+             & UINT64_C(0x8080808080808080));
+}
+
+static inline const char *passDigits(const char *s, const char *end)
+{
+    while (end - s >= 8 && areDigits(s)) s += 8;
+    while (isDigit(*s)) ++s;
+    return s;
+}
+
+/* Each of the following gives the place behind the plain decimal number at s, or null if there is none. At `end`,
+   behind the last byte of the piece, stands a zero. Without a value the number is only stepped over. */
+
+static inline const char *passReal(const char *s, const char *end)
+{
+    if (*s == '-') ++s;
+    const char *first = s;
+    s = passDigits(s, end);
+    int nDigits = (int) (s - first);
+    if (*s == '.') {
+        first = ++s;
+        s = passDigits(s, end);
+        nDigits += (int) (s - first);
+    }
+    if (nDigits == 0) return NULL;
+    if (lower(*s) != 'e') return s;
+    if (*++s == '-' || *s == '+') ++s;
+    return passDigits(s, end);                      /* no digits will do: see scanDecimal */
+}
+
+template <class Number> static inline const char *fromChars(const char *s, const char *end, Number *value)
+{
+    const std::from_chars_result r = std::from_chars(s, end, *value);
+    return r.ec == std::errc() ? r.ptr : NULL;
+}
+
+static inline const char *readNumber(const char *s, const char *end, int *value)
+{
+    int dropped;                                    /* but not unseen: one that is too big is to fail */
+    return fromChars(s, end, value ? value : &dropped);
+}
+
+#ifdef __cpp_lib_to_chars                           /* the standard library has it for reals too */
+template <class Real> static inline const char *readNumber(const char *s, const char *end, Real *value)
+{
+    if (!value) return passReal(s, end);
+    const char first = *s == '-' ? s[1] : *s;       /* "nan" and "inf" have rules of their own */
+    return isDigit(first) || first == '.' ? fromChars(s, end, value) : NULL;
+}
+#else
+/* Digits and power of ten of most numbers fit into the 64 bits that a long double has here, so that one operation
+   gives their product or quotient rounded to 64 bits. Rounding that to the 53 of a double gives what strtod does,
+   unless it lies just between two of them: which side the exact one is on is then lost. 0: not so here. */
+static int simpleReal(const char *s, const char *behind, double *value)
+{
+#if LDBL_MANT_DIG == 64
+    static const long double tens[] = { 1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,  1e7L,  1e8L,  1e9L,
+                                        1e10L, 1e11L, 1e12L, 1e13L, 1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L,
+                                        1e20L, 1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L };
     const int minus = *s == '-';
-    if (FLT_EVAL_METHOD != 0 || end - s > 24) return 0;
-    if (minus || *s == '+') ++s;
+    if (minus) ++s;
+    if (behind - s > 24) return 0;
     uint64_t digits = 0;
-    int scale = 0, exponent = 0, point = 0, big = 0;
-    for (; s < end && (isDigit(*s) || (*s == '.' && !point)); ++s) {
+    int scale = 0, point = 0, exponent = 0;
+    for (; s < behind && lower(*s) != 'e'; ++s) {
         if (*s == '.') {
             point = 1;
             continue;
         }
-        big |= digits > UINT64_C(1) << 53;
+        if (digits > UINT64_MAX / 10 - 1) return 0;
         digits = 10 * digits + (uint64_t) (*s - '0');
         scale -= point;
     }
-    if (s < end) {
-        if (lower(*s++) != 'e' || s == end) return 0;
-        const int down = *s == '-';
+    if (s < behind) {
+        const int down = *++s == '-';
         if (down || *s == '+') ++s;
-        if (s == end || end - s > 3) return 0;
-        for (; s < end && isDigit(*s); ++s) exponent = 10 * exponent + (*s - '0');
-        if (s < end) return 0;
+        if (behind - s > 3) return 0;
+        for (; s < behind; ++s) exponent = 10 * exponent + (*s - '0');
         scale += down ? -exponent : exponent;
     }
-    if (big || digits > UINT64_C(1) << 53 || scale < -22 || scale > 22) return 0;
-    *value = scale < 0 ? (double) digits / tens[-scale] : (double) digits * tens[scale];
-    if (minus) *value = -*value;
+    if (scale < -27 || scale > 27) return 0;
+    const long double rounded = scale < 0 ? (long double) digits / tens[-scale] : (long double) digits * tens[scale];
+    uint64_t bits;
+    memcpy(&bits, &rounded, sizeof bits);           /* the lower part is the 64 bits */
+    if ((bits & 0x7ff) == 0x400) return 0;
+    *value = (double) (minus ? -rounded : rounded);
     return 1;
+#else
+    return 0;
+#endif
 }
 
-int iopScanReal(iopHd *hd, void *dest)
+static int simpleReal(const char *s, const char *behind, float *value) { return 0; }
+
+template <class Real> static inline const char *readNumber(const char *s, const char *end, Real *value)
 {
-    const int n = scanDecimal(hd);
-    if (n < 1) return n;
-    if (dest) {
-        char *s = hd->ahead.data + hd->ahead.pos;
-        double value;
-        if (!simpleReal(s, s + n, &value)) {
-            const char kept = s[n];                 /* room for it: see iopFill */
-            s[n] = 0;
-            value = strtod_l(s, NULL, sysPlainLocale());
-            s[n] = kept;
-        }
-        memcpy(dest, &value, sizeof value);
+    const char *behind = passReal(s, end);
+    if (value && behind && !simpleReal(s, behind, value)) toReal(s, value);
+    return behind;
+}
+#endif
+
+/* White space behind a number shows that it is whole, and that it ends there for scanf too. */
+template <class Number> static int64_t scanWhole(iopHd *hd, Number *dest, int64_t n)
+{
+    iopAhead *a = &hd->ahead;
+    if (a->pos == a->size) return 0;
+    const char *at = a->data + a->pos, *end = a->data + a->size;
+    a->data[a->size] = 0;                           /* room for it: see iopFill */
+    int64_t i = 0;
+    for (; i < n; ++i) {
+        const char *s = at;
+        while (isWhite(*s)) ++s;
+        const char *behind = readNumber(s, end, dest ? dest + i : NULL);
+        if (!behind || !isWhite(*behind) || behind - s > MAX_NUMBER) break;
+        at = behind;
     }
-    hd->ahead.pos += n;
-    return 1;
+    a->pos = (int) (at - a->data);
+    return i;
 }
 
-int iopScanFloat(iopHd *hd, void *dest)
-{
-    const int n = scanDecimal(hd);
-    if (n < 1) return n;
-    if (dest) {
-        char *s = hd->ahead.data + hd->ahead.pos;
-        const char kept = s[n];
-        s[n] = 0;
-        const float value = strtof_l(s, NULL, sysPlainLocale());
-        s[n] = kept;
-        memcpy(dest, &value, sizeof value);
-    }
-    hd->ahead.pos += n;
-    return 1;
-}
+int64_t iopScanInts(iopHd *hd, void *dest, int64_t n)   { return scanWhole(hd, (int *) dest, n); }
+int64_t iopScanReals(iopHd *hd, void *dest, int64_t n)  { return scanWhole(hd, (double *) dest, n); }
+int64_t iopScanFloats(iopHd *hd, void *dest, int64_t n) { return scanWhole(hd, (float *) dest, n); }
+
+/* ---- any count of numbers ---- */
 
 /* A null dest: the numbers are dropped. */
 void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 {
     int budget = iopBudget(hd);
     for (int64_t i = 0; i < n; ) {
-        const int came = num->scan(hd, dest ? (char *) dest + i * num->size : NULL);
+        char *to = dest ? (char *) dest + i * num->size : NULL;
+        int64_t came = num->scanWhole(hd, to, n - i);
+        if (came == 0) came = num->scan(hd, to);
         if (came > 0) {
-            ++i;
+            i += came;
         } else if (came < 0 || !iopWait(&budget)) {
             iopCount(hd, i);
             sysFail("EOF %s", iopFileInfo(hd));
@@ -307,11 +401,6 @@ void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 void iopTextSkip(iopHd *hd, const iopNum *num, int64_t n)
 {
     iopTextGetNums(hd, num, NULL, n);
-}
-
-void iopTextGetRows(iopHd *hd, int n, int m, const int *idx, double *dest)
-{
-    for (int i = 0; i < m; ++i) iopTextGetNums(hd, &iopReals, dest + (int64_t) (idx ? idx[i] : i) * n, n);
 }
 
 /* At least a digit and a blank each, but for the last. */
