@@ -4,7 +4,7 @@
  * at once; only the copies of the keys are allocated one by one. Nothing is ever taken out, and the number of buckets
  * stays what it was when the dic was made.
  *
- * In this file: sizes, the text hash, the four operations. */
+ * In this file: sizes, the text hash, the operations. */
 
 #include "base/dic.h"
 
@@ -16,7 +16,7 @@ enum { MIN_BUCKETS = 61, POOL_BLOCK = 0xffc };
 
 static_assert(sizeof(dicEntry) == 40, "a pool block is laid out for entries of five words");
 
-/* each near a power of two and about twice the one before, so that a total modulo the size uses all of its bits */
+/* primes, so that a total modulo the size depends on all of its bits */
 static const int bucketSizes[] = {
     3,         7,         13,        31,        61,        127,        251,     509,     1021,    2017,     4093,
     5987,      9551,      15683,     19609,     31397,     65521,      131071,  262139,  524287,  1048573,  2097143,
@@ -44,14 +44,20 @@ static dicEntry *findEntry(dicEntry *chain, const char *key)
     return chain;
 }
 
-extern "C" dic *dicNew(int wanted)
+extern "C" int dicBuckets(int wanted)
 {
     const int *size = bucketSizes;
-    while (*size && *size < (wanted > MIN_BUCKETS ? wanted : MIN_BUCKETS)) ++size;
-    if (!*size) sysFail("dic dimension of <%d> is too large", wanted);
+    while (*size && *size < wanted) ++size;
+    return *size;
+}
+
+extern "C" dic *dicNew(int wanted)
+{
+    const int size = dicBuckets(wanted > MIN_BUCKETS ? wanted : MIN_BUCKETS);
+    if (!size) sysFail("dic dimension of <%d> is too large", wanted);
 
     dic *d = memNewZ(dic, 1);
-    d->size = *size;
+    d->size = size;
     d->table = memNewZ(dicEntry *, d->size);
     d->pool = memNewPool(sizeof(dicEntry), POOL_BLOCK);
     for (dicCursor &c : d->cursors) c.slot = -1;

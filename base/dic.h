@@ -27,8 +27,12 @@ typedef struct dic {
 extern "C" {
 #endif
 
-/* A new, empty dic of at least `wanted` buckets; fewer than 61, negative numbers too, count as 61. The caller ends it
-   with dicFree. May not return: "dic dimension of <%d> is too large" above 1073741789. */
+/* The number of buckets of a table that shall have at least `wanted`: the first size not below it in a list of 31
+   primes from 3 to 1073741789. 0 above the list. */
+int dicBuckets(int wanted);
+
+/* A new, empty dic of dicBuckets(wanted) buckets; fewer than 61 wanted, negative numbers too, count as 61.
+   The caller ends it with dicFree. May not return: "dic dimension of <%d> is too large" above 1073741789; no memory. */
 dic *dicNew(int wanted);
 
 /* Ends a dic with all of its keys; an absent one is passed over. What the values stand for is the caller's. */

@@ -27,27 +27,35 @@ extern "C" {
 
 extern uint64_t memAllocated;     /* bytes ever allocated; only grows */
 
-/* A block of `size` bytes rounded up to a multiple of 8, at least 8; cleared if `zero`. May not return: no memory, or
-   a negative size. */
+/* A block of `size` bytes rounded up to a multiple of 8, at least 8; cleared if `zero`. It is the caller's. May not
+   return: no memory, "Memory Allocation Error"; a negative size, "Invalid size <%lld>; from file <%s> line <%d>". */
 void    *memAlloc(int64_t size, const char *file, int line, int zero);
 
 /* A new block as from memAlloc, with the first oldSize bytes of ptr, which may be null, copied into it; ptr is
-   released. oldSize must not be above newSize. May not return, and then ptr is still there. */
+   released. May not return, and then ptr is still there: as memAlloc; oldSize above newSize or negative, "Invalid
+   oldSize <%lld> newSize <%lld>; from file <%s> line <%d>". */
 void    *memRealloc(void *ptr, int64_t oldSize, int64_t newSize, const char *file, int line, int zero);
 
 /* Releases ptr; with a count of 1 or more ptr is an array of so many pointers, which go first. May not return: with
    `strict` an absent pointer, "Freeing an empty pointer; from file <%s> line <%d>"; without it one is passed over. */
 void     memFreeF(void *ptr, int strict, int count, const char *file, int line);
 
-/* A copy of a text. May not return. */
+/* A copy of a text; it is the caller's. May not return: no memory. */
 char    *memStrDup(const char *text, const char *file, int line);
 
-/* A pool of items of itemSize bytes that come from blocks of blockSize bytes. A block must hold at least one item and
-   a link of 8 bytes. Items have the alignment of a 64-bit word and are not cleared. memFreePool releases the pool and
-   all of its items. May not return, except for giving back. */
+/* A pool of items of itemSize bytes that come from blocks of blockSize bytes; no block is there yet. The caller ends it
+   with memFreePool. May not return: no memory, or a block that does not hold one item and a link of 8 bytes, "Invalid
+   pool of items <%d> in blocks <%lld>". */
 memPool *memNewPool(int itemSize, int64_t blockSize);
+
+/* An item, not cleared, with the alignment of a 64-bit word: the one given back last, else a new one. It stays the
+   pool's. May not return: no memory, and then the pool is as it was. */
 void    *memPoolItem(memPool *pool);
+
+/* Takes an item of this pool back. Its first word is used. */
 void     memPoolGiveBack(memPool *pool, void *item);
+
+/* Releases the pool and all of its items. */
 void     memFreePool(memPool *pool);
 
 /* Accepted for an option of that name; does nothing. */

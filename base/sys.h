@@ -40,35 +40,39 @@ extern "C" {
 /* The name that heads every message: `name` without its directory (either separator) and without its last extension.
    May not return: "program name is too long <%s>" from 8192 characters on. Until it is called the name is "QUENTA". */
 void        sysSetProgName(const char *name);
-const char *sysGetProgName(void);
+const char *sysGetProgName(void);       /* the name that heads messages */
 
 /* The version that goes into binary files and is shown by the usage; "1.0" until it is set. May not return: "version
    is too long <%s>" from 8192 characters on. */
 void        sysSetVersion(const char *version);
-const char *sysGetVersion(void);
+const char *sysGetVersion(void);        /* the version that was set */
 
 /* ------------------------------------------------ messages ------------------------------------------------ */
 
-/* "<prog>: <text>", on standard output as a rule. */
+/* The line "<prog>: <text>", on standard output. A host program may send it to its log file, to the event log or to
+   standard error instead. */
 void sysMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/* "<prog>: *** ERROR: <text>", on standard output as a rule. Ends nothing. */
+/* The line "<prog>: *** ERROR: <text>", on standard output, and in a host's log file, too; with an event log, in the
+   log file or else in the event log. Ends nothing. */
 void sysErrorMessage(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
+/* Standard output: what is waiting is written; and from here on all of it is written line by line. With an event log
+   both do nothing. */
 void sysFlushStdout(void);
-void sysLineBuffer(void);       /* from here on standard output is written line by line */
+void sysLineBuffer(void);
 
-/* 1 if messages go to the system's event log instead. */
+/* 1 if messages go to the system's event log, 0 as a rule. */
 int  sysUseEventLog(void);
 
-/* One event of at most 1023 characters; longer texts are cut. Of the level the low three bits count: 3 error,
-   4 warning, 6 information, others error. */
+/* Reports "Process <number>; <text>" to the event log, cut at 1023 characters. Of the level the low three bits count:
+   3 error, 4 warning, 6 information, 0 nothing at all, others error. */
 void sysEventLog(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* ---------------------------------- failures: none of these returns --------------------------------------- */
 
-/* sysFail("nRows  <%d> error", n): formats (bounded) and asserts with this function, file and line.
-   sysFailIn(function, ...) carries another function's name: a family's getter, say. */
+/* sysFail("nRows  <%d> error", n): formats, cut at 8191 characters, and asserts with this function, file and line.
+   sysFailIn(function, ...) carries another function's name: a family's getter, say. Both go through sysFailAt. */
 SYS_NORETURN void sysFailAt(const char *function, const char *file, int line, const char *format, ...)
     __attribute__((format(printf, 4, 5)));
 #define sysFail(...)             sysFailAt(__func__, __FILE__, __LINE__, __VA_ARGS__)
@@ -82,44 +86,48 @@ SYS_NORETURN void sysAssert(const char *message, const char *function, const cha
 SYS_NORETURN void sysAssertFixed(const char *fields);
 SYS_NORETURN void sysAssertFixed2(const char *function, const char *message);
 
-/* "<prog>: *** ERROR: <text>\n", without a location. */
+/* "<prog>: *** ERROR: <text>\n", without a location: the text as it stands, or formatted and cut at 8191 characters. */
 SYS_NORETURN void sysError(const char *message);
 SYS_NORETURN void sysErrorF(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/* The orderly end of the process: output is flushed, and for a code other than 0 a second passes before and after, in
-   which whoever collects the output may read it. */
+/* The orderly end of the process with this code: output is flushed, and the host's exit handlers run from the last to
+   the first. For a code other than 0 a second passes before and after them, in which whoever collects the output may
+   read it. */
 SYS_NORETURN void sysExit(int code);
 
 /* ------------------------------------------------ the trap ------------------------------------------------ */
 
 /* The trap; exported names, see rdb/rdb.h. Use: if (setjmp(*rdbAssertEnv()) == 0) { ... } rdbAssertEndTrap();
    A failure lands there with the value 1 and leaves the trap armed: it is disarmed on both ways out. Beyond 100 levels
-   the last one is used again. rdbAssertEndTrap gives the number of traps still armed, less 1. */
+   the last one is used again. rdbAssertEndTrap gives the number of traps still armed, less 1. All three return. */
 SYS_EXPORT jmp_buf    *rdbAssertEnv(void);
 SYS_EXPORT const char *rdbAssertErrorStr(void);     /* the text of the last failure under a trap */
 SYS_EXPORT int         rdbAssertEndTrap(void);
 
 /* --------------------------------------------- machine queries -------------------------------------------- */
 
-/* The system's names, each cut to 19 characters, the node name to 18. Negative if the system does not tell. */
+/* The system's names into a record of the caller's, each cut to 19 characters, the node name to 18. Gives a negative
+   number, and empty names, if the system does not tell. */
 typedef struct sysUnameRec {
     char sysName[20], nodeName[20], release[20], version[20], machine[20];
 } sysUnameRec;
 int         sysUname(sysUnameRec *rec);
 
-/* The computer's name, asked for once. May not return: "Error in uname". */
+/* The computer's name, of at most 18 characters, asked for once. May not return: "Error in uname". */
 const char *sysHostName(void);
-const char *sysPlatform(void);          /* the platform that prefixes configuration keys */
+
+/* The platform's name in prefixes of configuration keys: "win64" everywhere. */
+const char *sysPlatform(void);
 
 /* Seconds since 1970, and the local time as "Mon Mar 15 21:48:04 2021". May not return: "time not available". */
 int         sysTime(void);
 const char *sysDate(void);
 
-/* Seconds since the first call, in milliseconds. */
+/* Seconds since the first call, in steps of a millisecond. */
 double      sysElapsed(void);
 
-/* The current directory into a text of `size` bytes, and changing it. May not return: "Error in getcwd; %s", "Error in
-   chdir to <%s>; %s", with the system's reason. */
+/* The current directory into a text of `size` bytes, its final zero included; and changing it. May not return: "Error
+   in getcwd; %s", also if the text is too small; "Error in chdir to <%s>; %s"; both with the system's reason. */
 void        sysGetCwd(char *text, int size);
 void        sysSetCwd(const char *dir);
 
@@ -128,6 +136,7 @@ void        sysSetCwd(const char *dir);
 void        sysSync(void);
 void        sysSyncOff(void);
 
+/* Memory; 0 if the system does not tell. */
 int         sysAvailRam(void);          /* available physical memory in megabytes     */
 int         sysSwapSize(void);          /* total swap space in megabytes              */
 int64_t     sysPeakMemory(void);        /* the process' greatest working set in bytes */
@@ -142,16 +151,17 @@ sysSleeper sysSetSleeper(sysSleeper sleeper);
 
 void sysSortInts(int *v, int n);                            /* ascending                                            */
 int  sysSortUniqueInts(int *v, int n);                      /* ascending, each once; gives the new count            */
-void sysSortTuples(int *v, int n, int k);                   /* n tuples of k, by their integers in order            */
-void sysZeroReals(double *v, int n);
+void sysSortTuples(int *v, int n, int k);                   /* n tuples of k, each together, by their integers in
+                                                               order; k below 1 does nothing                        */
+void sysZeroReals(double *v, int n);                        /* all become 0                                         */
 void sysZeroInts(int *v, int n);
-void sysFillReals(double *v, int n, double value);
+void sysFillReals(double *v, int n, double value);          /* all become the value                                 */
 void sysFillInts(int *v, int n, int value);
 void sysIotaInts(int *v, int n);                            /* 0, 1, 2, ...                                         */
 void sysCopyReals(const double *src, double *dst, int n);   /* the arrays may overlap                               */
 void sysCopyInts(const int *src, int *dst, int n);
-void sysAddInt(int *v, int n, int value);
-int  sysSumInts(const int *v, int n);                       /* may not return: a sum beyond 32 bits                 */
+void sysAddInt(int *v, int n, int value);                   /* to each; a sum beyond 32 bits wraps around           */
+int  sysSumInts(const int *v, int n);                       /* may not return: "sum <%lld> exceeds an integer"      */
 
 /* Looks for a value among n ascending keys that lie `stride` integers apart. Found: its position, flag 0. Else the last
    position whose key is not above the value, 0 if there is none, and flag 1. */

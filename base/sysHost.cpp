@@ -18,7 +18,7 @@ enum { HOST_NAME = 18 };                        /* characters of a computer name
 
 static const char unknownHost[] = "_unknown_";
 
-sysMachState sysMach = { "_unknown_", 1, uname, time, getcwd, chdir };
+sysMachState sysMach = { "_unknown_", 1, -1, uname, time, clock_gettime, nanosleep, getcwd, chdir };
 
 static void copyField(char field[20], const char *text, int length)
 {

@@ -40,8 +40,11 @@ typedef struct sysMessState {
 typedef struct sysMachState {
     char     hostName[20];                     /* "_unknown_" until asked for                             */
     int      sync;                             /* sysSync does something                                  */
+    int64_t  firstElapsed;                     /* milliseconds at the first sysElapsed; -1: none yet      */
     int      (*uname)(struct utsname *);
     time_t   (*time)(time_t *);
+    int      (*clock)(clockid_t, struct timespec *);
+    int      (*nanosleep)(const struct timespec *, struct timespec *);
     char    *(*getcwd)(char *, size_t);
     int      (*chdir)(const char *);
 } sysMachState;

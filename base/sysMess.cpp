@@ -32,7 +32,7 @@ sysMessState sysMess = {
     nullptr,            /* exitHandlers  */
 };
 
-enum { EVENT_TEXT = 1024 };
+enum { EVENT_TEXT = 1024, LINE_BUFFER = 1024 };
 
 static const char assertFormat[] = "%s: *** ASSERTION in Function <%s> File <%s> Line <%d>\n%s: *** %s";
 
@@ -148,10 +148,13 @@ void sysFlushStdout(void)
 
 void sysLineBuffer(void)
 {
+    /* allocated once and never released: the stream goes on when the library is unloaded. Not by memAlloc, since this
+       stands on the way of every failure; without memory the stream takes a buffer of its own size. */
+    static char *buffer;
     if (sysMess.eventLog) return;
     fflush(stdout);
-    /* no buffer of our own: the stream outlives a library that is unloaded */
-    setvbuf(stdout, nullptr, _IOLBF, 1024);
+    if (!buffer) buffer = (char *) malloc(LINE_BUFFER);
+    setvbuf(stdout, buffer, _IOLBF, LINE_BUFFER);
 }
 
 void sysEventLog(int level, const char *format, ...)

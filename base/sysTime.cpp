@@ -37,21 +37,20 @@ const char *sysDate(void)
 static int64_t milliseconds(void)
 {
     struct timespec at;
-    clock_gettime(CLOCK_MONOTONIC, &at);
+    sysMach.clock(CLOCK_MONOTONIC, &at);
     return (int64_t) at.tv_sec * 1000 + at.tv_nsec / 1000000;
 }
 
 double sysElapsed(void)
 {
-    static int64_t first = -1;
-    if (first < 0) first = milliseconds();
-    return (double) (milliseconds() - first) / 1000.0;
+    if (sysMach.firstElapsed < 0) sysMach.firstElapsed = milliseconds();
+    return (double) (milliseconds() - sysMach.firstElapsed) / 1000.0;
 }
 
 static void reallySleep(int seconds)
 {
     struct timespec left = { seconds, 0 };
-    while (nanosleep(&left, &left) < 0 && errno == EINTR) {}
+    while (sysMach.nanosleep(&left, &left) < 0 && errno == EINTR) {}
 }
 
 static sysSleeper sleeper = reallySleep;

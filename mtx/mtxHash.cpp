@@ -1,6 +1,10 @@
 /* mtxHash.cpp: the inverse hash.
  *
  * Open addressing with a load of at most 2/3, so that each walk meets an empty pair. The header describes the array.
+ * Walks are short: of a hundred million ordinary keys none lies 200 pairs from its slot. Keys can be chosen to share
+ * their slots, though, and then each walk would be as long as the list. So a key that would come to lie too far from
+ * its slot is refused, and no look-up goes farther.
+ *
  * Numbers of pairs and positions in the array are kept wider than int: 2 h + 1 exceeds it from n = 715 million on.
  *
  * In this file: slots, building, look-ups. */
@@ -12,7 +16,10 @@
 #include "base/mem.h"
 #include "base/sys.h"
 
-enum { AHEAD = 32 };            /* keys whose pairs are fetched together while building */
+enum {
+    AHEAD = 32,                 /* keys whose pairs are fetched together while building     */
+    FARTHEST = 1024             /* a key lies in one of so many pairs, from its own slot on */
+};
 
 /* (int) (n * 1.5 + 1.0), which passes int for the largest n */
 static inline uint32_t pairsFor(int n) { return (uint32_t) n + (uint32_t) n / 2 + 1; }
@@ -34,27 +41,31 @@ static bool consecutive(const int *keys, int n)
     return true;
 }
 
-/* Puts (key, index) into the first empty pair from the slot on; false if the key is met on the way. A doubled key 0 is
-   not looked for: it goes in twice, and look-ups find the first. Each pair passed takes one off the steps. */
-static bool insert(int *hash, uint32_t h, uint32_t slot, int key, int index, int64_t *steps)
+typedef enum insertion { INSERTED, DOUBLED, TOO_FAR } insertion;
+
+/* Puts (key, index) into the first empty pair from the slot on. A doubled key 0 passes: ids that were never given are
+   0. Only its first pair can be found, so that the others are left out. */
+static insertion insert(int *hash, uint32_t h, uint32_t slot, int key, int index)
 {
-    int *pair = hash + 2 * (size_t) slot;
-    while (pair[1] != -1) {
-        if (pair[0] == key && key != 0) return false;
+    for (int walked = 0; walked < FARTHEST; ++walked) {
+        int *pair = hash + 2 * (size_t) slot;
+        if (pair[1] == -1) {
+            pair[0] = key;
+            pair[1] = index;
+            return INSERTED;
+        }
+        if (pair[0] == key) return key ? DOUBLED : INSERTED;
         if (++slot == h) slot = 0;
-        pair = hash + 2 * (size_t) slot;
-        --*steps;
     }
-    pair[0] = key;
-    pair[1] = index;
-    return true;
+    return TOO_FAR;
 }
 
-/* Fills a hash whose pairs are empty. Returns n, or the position of the first doubled key, or of the one that used up
-   the steps: keys chosen to share their slots would take n^2 of them. The slots are scattered, so
-   that a large hash waits for memory at each key: the pairs of the next keys are asked for ahead. */
-static int fill(int *hash, uint32_t h, const int *keys, int n, int64_t *steps)
+/* Fills a hash whose pairs are empty. Returns n, or the position of the first key that did not go in, and why. The
+   slots are scattered, so that a large hash waits for memory at each key: the pairs of the next keys are asked for
+   ahead. */
+static int fill(int *hash, uint32_t h, const int *keys, int n, insertion *result)
 {
+    *result = INSERTED;
     uint32_t slots[AHEAD];
     for (int from = 0, count; from < n; from += count) {
         count = n - from < AHEAD ? n - from : AHEAD;
@@ -62,8 +73,10 @@ static int fill(int *hash, uint32_t h, const int *keys, int n, int64_t *steps)
             slots[i] = slotOf(keys[from + i], h);
             __builtin_prefetch(pairAt(hash, slots[i]), 1);
         }
-        for (int i = 0; i < count; ++i)
-            if (!insert(hash, h, slots[i], keys[from + i], from + i, steps) || *steps < 0) return from + i;
+        for (int i = 0; i < count; ++i) {
+            *result = insert(hash, h, slots[i], keys[from + i], from + i);
+            if (*result != INSERTED) return from + i;
+        }
     }
     return n;
 }
@@ -82,14 +95,12 @@ extern "C" int *mtxNewInvHash(const int *keys, int n)
     }
     memset(hash, 0xff, 2 * (size_t) h * sizeof(int));           /* all -1 */
     mode = 1;
-    int64_t steps = 64 * (int64_t) n + 1000000;                 /* ordinary keys take about n */
-    int bad = fill(hash, h, keys, n, &steps);
-    if (bad < n) {
-        memFree(hash);
-        if (steps < 0) sysFail("Keys cannot be told apart quickly: <%d> of <%d> share too few places", bad, n);
-        sysFail("Duplicate key <%d>", keys[bad]);
-    }
-    return hash;
+    insertion result;
+    const int bad = fill(hash, h, keys, n, &result);
+    if (result == INSERTED) return hash;
+    memFree(hash);
+    if (result == DOUBLED) sysFail("Duplicate key <%d>", keys[bad]);
+    sysFail("Keys cannot be told apart quickly: <%d> of <%d> share too few places", bad, n);
 }
 
 /* A dense hash gives the difference from its first key, wrapped for ids that are far apart. */
@@ -103,10 +114,10 @@ static inline const int *findPair(const int *hash, uint32_t h, int key)
     uint32_t slot = slotOf(key, h);
     const int *pair = pairAt(hash, slot);
     if (pair[0] == key) return pair;
-    while (pair[1] != -1) {
-        if (pair[0] == key) return pair;
+    for (int walked = 1; walked < FARTHEST && pair[1] != -1; ++walked) {
         if (++slot == h) slot = 0;
         pair = pairAt(hash, slot);
+        if (pair[0] == key && pair[1] != -1) return pair;
     }
     return nullptr;
 }

@@ -17,9 +17,10 @@
 extern "C" {
 #endif
 
-/* Makes the hash of keys[0 ... n-1]; it is the caller's. May not return: "Duplicate key <%d>", but not for key 0, which
-   then stands for its first position; keys so many of which share their places that building would take n^2 steps; a
-   negative n. No keys (n is 0) give a dense hash from key 0 on. */
+/* Makes the hash of keys[0 ... n-1]; it is the caller's. No keys (n is 0) give a dense hash from key 0 on. May not
+   return: "Duplicate key <%d>", but not for key 0, which then stands for its first position; keys chosen so that many
+   share their places, "Keys cannot be told apart quickly: <%d> of <%d> share too few places"; a negative n, "Invalid
+   number of keys <%d>"; no memory. */
 int *mtxNewInvHash(const int *keys, int n);
 
 /* The index of the key. A dense hash does not test its range: the difference from the first key comes back, wrapped to
@@ -27,9 +28,9 @@ int *mtxNewInvHash(const int *keys, int n);
    "Key <%d> not found"; key -1 alone, if absent, may find an empty pair and give -1. */
 int mtxInvHash(const int *hash, int n, int key);
 
-/* The same, always returning. *notFound is 1 if the key is below the first of a dense hash or its difference wraps below
-   0 (the index is the difference), or absent from a hashed one (the index is -1); otherwise 0. As above a key beyond a dense hash is not
-   noticed, and an absent key -1 may give -1 with *notFound 0: test the index, too. */
+/* The same, always returning. *notFound is 1 if the key is below the first of a dense hash or its difference wraps
+   below 0 (the index is the difference), or absent from a hashed one (the index is -1); otherwise 0. As above a key
+   beyond a dense hash is not noticed, and an absent key -1 may give -1 with *notFound 0: test the index, too. */
 int mtxIfInvHash(const int *hash, int n, int key, int *notFound);
 
 #ifdef __cplusplus

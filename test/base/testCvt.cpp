@@ -70,6 +70,21 @@ TEST(cvt, everyKindAndOrder)
                 }
 }
 
+/* An array may move within its own memory, either way. */
+TEST(cvt, arraysMayOverlap)
+{
+    const int n = 1001;
+    for (const Kind &kind : kinds) {
+        const size_t size = (size_t) kind.size, all = n * size;
+        const std::string bytes = someBytes(all), expected = reversed(bytes, size);
+        std::string up = bytes + std::string(size, '#'), down = std::string(size, '#') + bytes;
+        kind.convert(&up[0], &up[size], kind.big, kind.big + 1, n);
+        kind.convert(&down[size], &down[0], kind.big + 1, kind.big, n);
+        EXPECT_EQ(up.substr(size), expected) << kind.name;
+        EXPECT_EQ(down.substr(0, all), expected) << kind.name;
+    }
+}
+
 TEST(cvt, countsBelowOneDoNothing)
 {
     for (const Kind &kind : kinds)
@@ -89,6 +104,7 @@ TEST(cvt, typesOfAnotherKindFail)
             const std::string number = "<" + std::to_string(type) + ">";
             checkFails("Invalid srcType " + number, kind.convert(bytes, bytes, type, kind.big, 1));
             checkFails("Invalid dstType " + number, kind.convert(bytes, bytes, kind.big, type, 1));
+            checkFails("Invalid srcType " + number, kind.convert(bytes, bytes, type, type, 0));    /* of nothing */
         }
     checkFails("in Function <cvtConvReals>", cvtConvReals(bytes, bytes, 3, 5, 1));
     checkFails("Invalid srcType <3>", cvtConvReals(bytes, bytes, 3, 5, 1));

@@ -3,9 +3,12 @@
 #include "base/mem.h"
 
 #include <string.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <set>
 
+#include "test/commaLocale.h"
 #include "test/testUtil.h"
 
 /* under the address sanitizer a request that cannot be met must come back too */
@@ -63,7 +66,12 @@ TEST(mem, reallocKeepsTheOldBytes)
     block = (char *) memRealloc(block, 5, 20, "a.cpp", 1, 1);
     EXPECT_EQ(std::string(block, 24), "ABCDE" + std::string(19, 0));
     EXPECT_EQ(memAllocated - before, 24u);
+    block = (char *) memRealloc(block, 24, 24, "a.cpp", 1, 0);
+    EXPECT_EQ(std::string(block, 24), "ABCDE" + std::string(19, 0));
     block = (char *) memRealloc(block, 0, 4, "a.cpp", 1, 1);    /* an old size of 0: nothing is kept */
+    EXPECT_EQ(std::string(block, 8), std::string(8, 0));
+    memFree(block);
+    block = (char *) memRealloc(nullptr, 5, 8, "a.cpp", 1, 1);  /* no old block: nothing to keep */
     EXPECT_EQ(std::string(block, 8), std::string(8, 0));
     memFree(block);
 }
@@ -111,6 +119,55 @@ TEST(mem, outOfMemoryNamesTheCalledFunction)
     checkFails("Function <memAlloc>", memAlloc(tooMuch, "a.cpp", 1, 1));
     checkFails("Memory Allocation Error; from file <a.cpp> line <1>", memAlloc(INT64_MAX, "a.cpp", 1, 0));
     EXPECT_EQ(memAllocated, before);
+    EXPECT_EQ(uselocale((locale_t) 0), LC_GLOBAL_LOCALE);       /* as it was */
+}
+
+TEST(mem, theLargestSizeIsRoundedToNothingSmaller)
+{
+    checkFails("Unable to allocate\t<8796093022208.000000> Mbytes\n", memAlloc(INT64_MAX, "a.cpp", 1, 0));
+    checkFails("Unable to allocate\t<8796093022208.000000> Mbytes\n", memAlloc(INT64_MAX - 7, "a.cpp", 1, 0));
+}
+
+TEST(mem, outOfMemoryIsToldInThePlainLocaleWhateverTheUsers)
+{
+    useCommaLocale();
+    checkFails("Unable to allocate\t<1099511627776.000000> Mbytes\n", memAlloc(tooMuch, "a.cpp", 1, 0));
+    EXPECT_STREQ(localeconv()->decimal_point, ",");             /* the user's is in force again */
+}
+
+/* With really nothing left: the text is made without allocating. Pools and copies of texts fail in memAlloc's name. */
+[[noreturn]] static void useUpMemory()
+{
+    sysPlainLocale();
+    const struct rlimit none = { 0, 0 };
+    if (setrlimit(RLIMIT_AS, &none) < 0) _exit(2);
+    for (size_t size = 1 << 24; size >= 8; size /= 2)
+        for (void *volatile block = &size; block; ) block = malloc(size);
+    static const struct { const char *name; void (*call)(); } rows[] = {
+        { "pool", [] { memNewPool(40, 4092); } },
+        { "text", [] { memStrDup("text", "b.cpp", 9); } },
+        { "more", [] { memRealloc(nullptr, 0, 8, "c.cpp", 1, 0); } },
+    };
+    for (const auto &row : rows) {
+        if (setjmp(*rdbAssertEnv()) == 0) row.call();
+        rdbAssertEndTrap();
+        const char *text = rdbAssertErrorStr(), *end = strrchr(text, '*');
+        char function[20] = "";
+        if (!end || sscanf(text, "QUENTA: *** ASSERTION in Function <%19[a-zA-Z]>", function) != 1) _exit(3);
+        dprintf(STDERR_FILENO, "%s: %s:%s\n", row.name, function, end + 1);
+    }
+    _exit(0);
+}
+
+TEST(memDeathTest, withNothingLeftAllocationsStillTell)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the address sanitizer does not live within limits";
+#endif
+    EXPECT_EXIT(useUpMemory(), testing::ExitedWithCode(0),
+                "^pool: memAlloc: Memory Allocation Error; from file <base/mem.cpp> line <[0-9]+>\n"
+                "text: memAlloc: Memory Allocation Error; from file <b.cpp> line <9>\n"
+                "more: memRealloc: Memory Allocation Error; from file <c.cpp> line <1>\n$");
 }
 
 TEST(mem, impossibleSizesFail)

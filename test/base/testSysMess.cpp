@@ -1,5 +1,6 @@
 /* testSysMess.cpp: messages, failures, the trap, and the end of the process. */
 
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <memory>
@@ -48,11 +49,18 @@ static void useEventLog()
 
 /* ---------------------------------------- program name and version ---------------------------------------- */
 
-TEST_F(sysMessTest, namesBeforeAnyoneSetsThem)
+TEST_F(sysMessTest, theStateBeforeAnyoneSetsIt)
 {
     EXPECT_STREQ(sysGetProgName(), "QUENTA");
     EXPECT_STREQ(sysMess.progPath, "QUENTA");
     EXPECT_STREQ(sysGetVersion(), "1.0");
+    EXPECT_EQ(sysMess.logFile, nullptr);
+    EXPECT_EQ(sysMess.eventLog, 0);
+    EXPECT_EQ(sysMess.stderrEcho, 0);
+    EXPECT_EQ(sysMess.eventMask, 0xffu);
+    EXPECT_EQ(sysMess.eventSource, nullptr);
+    EXPECT_EQ(sysMess.trapDepth, -1);
+    EXPECT_EQ(sysMess.nExitHandlers, 0);
 }
 
 TEST_F(sysMessTest, progNameLosesDirectoryAndLastExtension)
@@ -96,6 +104,7 @@ TEST_F(sysMessTest, progNameOf8192CharactersFailsAndOf8191IsTaken)
     sysSetProgName("pv");
     checkFails("program name is too long <ppp", sysSetProgName(tooLong.c_str()));
     EXPECT_STREQ(sysGetProgName(), "pv");
+    EXPECT_EQ(sysMess.progPath, tooLong.substr(0, 8191));           /* the path was taken before the test */
     /* the extension counts: it goes after the test */
     const std::string fitsWith = std::string(8189, 'p') + ".x", tooLongWith = std::string(8190, 'p') + ".x";
     checkFails("program name is too long <ppp", sysSetProgName(tooLongWith.c_str()));
@@ -179,6 +188,15 @@ TEST_F(sysMessTest, aForeignTextIsNoFormat)
     sysSetProgName("100%s%n");
     Printed p = printed([] { sysMessage("%s", "%s%n%d"); });
     EXPECT_EQ(p.out, "100%s%n: %s%n%d\n");
+    EXPECT_EQ(trapped([] { sysError("%s%n%d"); }), "100%s%n: *** ERROR: %s%n%d\n");
+    EXPECT_EQ(trapped([] { sysAssert("%s%n", "%s", "%n", 1); }),
+              "100%s%n: *** ASSERTION in Function <%s> File <%n> Line <1>\n100%s%n: *** %s%n");
+    useEventLog();
+    sysMessage("%s", "%s%n%d");
+    sysErrorMessage("%s", "%n");
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].second, event("%s%n%d"));
+    EXPECT_EQ(events[1].second, event("%n"));
 }
 
 TEST_F(sysMessTest, anErrorLineDoesNotChangeTheTrapDepth)
@@ -240,6 +258,17 @@ TEST_F(sysMessTest, withoutASourceEventsAreDropped)
     sysMess.eventLog = 1;
     Printed p = printed([] { sysMessage("nobody listens"); });
     EXPECT_EQ(p.out + p.err, "");
+}
+
+/* 1023 characters of the text itself are kept before the head comes in front of it and it is cut again. */
+TEST_F(sysMessTest, longMessagesAreCutAsEvents)
+{
+    useEventLog();
+    sysMessage("%s", std::string(5000, 'm').c_str());
+    sysErrorMessage("%s", std::string(1000, 'e').c_str());
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].second, event(std::string(5000, 'm')).substr(0, 1023));
+    EXPECT_EQ(events[1].second, event(std::string(1000, 'e')).substr(0, 1023));
 }
 
 TEST_F(sysMessTest, useEventLogTellsTheMode)
@@ -328,6 +357,16 @@ TEST_F(sysMessTest, longTextsAreCut)
     EXPECT_EQ(text.size(), 8703u);
 }
 
+TEST_F(sysMessTest, theTrapTextStaysUntilTheNextFailure)
+{
+    (void) trapped([] { sysError("first"); });
+    EXPECT_STREQ(rdbAssertErrorStr(), "QUENTA: *** ERROR: first\n");
+    checkReturns(sysSetVersion("2"));
+    EXPECT_STREQ(rdbAssertErrorStr(), "QUENTA: *** ERROR: first\n");
+    (void) trapped([] { sysError("2nd"); });
+    EXPECT_STREQ(rdbAssertErrorStr(), "QUENTA: *** ERROR: 2nd\n");
+}
+
 TEST_F(sysMessTest, theTrapTextCanBeTheMessageOfTheNextFailure)
 {
     (void) trapped([] { sysAssert("deep", "f", "f.cpp", 1); });
@@ -344,6 +383,7 @@ TEST_F(sysMessTest, fixedFieldsLoseTrailingBlanks)
         { "0123456789abcdefABCDEFGHIJKLMNOP", "0123456789abcdef", "ABCDEFGHIJKLMNOP" },
         { " lead blank      a b            ", " lead blank",      " a b"             },
         { "                                ", " ",                " "                },
+        { "fifteen letters one blank here  ", "fifteen letters",  "one blank here"   },
     };
     for (const auto &row : rows) {
         const std::string expected = std::string("QUENTA: *** ASSERTION in Function <") + row.function +
@@ -355,17 +395,52 @@ TEST_F(sysMessTest, fixedFieldsLoseTrailingBlanks)
               "QUENTA: *** ASSERTION in Function <tplGetJac>\nQUENTA: *** bad\n");
 }
 
+TEST_F(sysMessTest, whatStandsBehindAFixedFieldIsNotTaken)
+{
+    const std::string expected = "QUENTA: *** ASSERTION in Function <tplGetJac>\nQUENTA: *** Negative jac\n";
+    EXPECT_EQ(trapped([] { sysAssertFixed("tplGetJac       Negative jac    more"); }), expected);
+    EXPECT_EQ(trapped([] { sysAssertFixed2("tplGetJac       more", "Negative jac    more"); }), expected);
+}
+
+TEST_F(sysMessTest, trappedFixedAssertionsAndErrorsPrintNothing)
+{
+    useEventLog();
+    for (int eventLog : { 0, 1 }) {
+        sysMess.eventLog = eventLog;
+        Printed p = printed([] {
+            (void) trapped([] { sysAssertFixed2("tplGetJac", "bad"); });
+            (void) trapped([] { sysError("bad"); });
+            (void) trapped([] { sysFail("bad"); });
+        });
+        EXPECT_EQ(p.out + p.err, "");
+    }
+    EXPECT_TRUE(events.empty());
+}
+
 TEST_F(sysMessTest, errorsHaveNoLocation)
 {
     EXPECT_EQ(trapped([] { sysError("no license"); }), "QUENTA: *** ERROR: no license\n");
     EXPECT_EQ(trapped([] { sysErrorF("no %s <%d>", "file", 3); }), "QUENTA: *** ERROR: no file <3>\n");
+    const std::string longText(20000, 'x');
+    EXPECT_EQ(trapped([&] { sysErrorF("%s", longText.c_str()); }),
+              "QUENTA: *** ERROR: " + std::string(8191, 'x') + "\n");
 }
 
 /* ------------------------------------------------- the end ------------------------------------------------ */
 
-/* In the processes below, waiting shows on standard error. */
-static void showSleep(int seconds) { fprintf(stderr, "[%d s]", seconds); }
+/* In the processes below, waiting shows on standard error, whatever else still waits in a buffer. */
+static void showSleep(int seconds) { dprintf(STDERR_FILENO, "[%d s]", seconds); }
 static void showHandler(void *argument, int code) { fprintf(stderr, "{%s %d}", (const char *) argument, code); }
+static void showEvent(sysEventKind kind, const char *text) { fprintf(stderr, "%d %s", (int) kind, strchr(text, ';')); }
+
+/* Both streams into one, as in a log, with large buffers; something waits in that of standard output. */
+static void waitingOutput(const char *text)
+{
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
+    setvbuf(stderr, nullptr, _IOFBF, 1 << 16);
+    fputs(text, stdout);
+}
 
 class sysMessDeathTest : public sysMessTest {
     sysSleeper former = sysSetSleeper(showSleep);
@@ -396,15 +471,64 @@ TEST_F(sysMessDeathTest, anUntrappedErrorEndsWithOne)
     EXPECT_EXIT(sysError("bad"), testing::ExitedWithCode(1), "^\nQUENTA: \\*\\*\\* ERROR: bad\n\\[1 s\\]\\[1 s\\]$");
 }
 
+/* what was printed before is not overtaken, and the failure is out before the first second */
+TEST_F(sysMessDeathTest, whatWasPrintedStandsBeforeTheFailure)
+{
+    static const struct { void (*fail)(); const char *head, *end; } rows[] = {
+        { [] { sysAssert("bad", "f", "f.cpp", 9); }, "ASSERTION in Function <f> File <f.cpp> Line <9>", "bad" },
+        { [] { sysAssertFixed2("f", "bad"); },       "ASSERTION in Function <f>",                       "bad" },
+        { [] { sysError("bad"); },                   "ERROR: bad",                                      ""    },
+    };
+    for (const auto &row : rows) {
+        const std::string second = *row.end ? std::string("QUENTA: \\*\\*\\* ") + row.end + "\n" : "";
+        EXPECT_EXIT((waitingOutput("before"), row.fail()), testing::ExitedWithCode(1),
+                    std::string("^before\nQUENTA: \\*\\*\\* ") + row.head + "\n" + second + "\\[1 s\\]\\[1 s\\]$");
+    }
+}
+
+/* Standard output as the action leaves it: what waits, whether it goes line by line, the size of its buffer. */
+static void showStdout(void (*action)())
+{
+    if (!freopen("/dev/null", "w", stdout)) abort();
+    setvbuf(stdout, nullptr, _IOFBF, 1 << 16);
+    fputs("some", stdout);
+    action();
+    fprintf(stderr, "%zu %d %zu", __fpending(stdout), __flbf(stdout) != 0, __fbufsize(stdout));
+    _exit(0);
+}
+
+TEST_F(sysMessDeathTest, flushingAndLineBufferingLeaveAnEventLogsOutputAlone)
+{
+    static const struct { void (*action)(); int eventLog; const char *state; } rows[] = {
+        { sysFlushStdout,                         0, "^0 0 [0-9]+$" },
+        { sysFlushStdout,                         1, "^4 0 [0-9]+$" },
+        { sysLineBuffer,                          0, "^0 1 1024$"   },
+        { [] { sysLineBuffer(); sysLineBuffer(); }, 0, "^0 1 1024$" },
+        { sysLineBuffer,                          1, "^4 0 [0-9]+$" },
+    };
+    for (const auto &row : rows) {
+        sysMess.eventLog = row.eventLog;
+        EXPECT_EXIT(showStdout(row.action), testing::ExitedWithCode(0), row.state) << "event log " << row.eventLog;
+    }
+}
+
+TEST_F(sysMessDeathTest, onlyAnAssertionWithALocationCanBeAnEvent)
+{
+    sysMess.eventLog = 1;
+    sysMess.eventSource = showEvent;
+    EXPECT_EXIT(sysAssertFixed2("f", "bad"), testing::ExitedWithCode(1),
+                "^\nQUENTA: \\*\\*\\* ASSERTION in Function <f>\nQUENTA: \\*\\*\\* bad\n\\[1 s\\]\\[1 s\\]$");
+    EXPECT_EXIT(sysError("bad"), testing::ExitedWithCode(1),
+                "^\nQUENTA: \\*\\*\\* ERROR: bad\n\\[1 s\\]\\[1 s\\]$");
+}
+
 TEST_F(sysMessDeathTest, withTheEventLogAnAssertionIsAnEvent)
 {
     sysMess.eventLog = 1;
-    sysMess.eventSource = [](sysEventKind kind, const char *text) {
-        fprintf(stderr, "%d %s", (int) kind, strchr(text, ';'));
-    };
-    EXPECT_EXIT(sysAssert("bad", "f", "f.cpp", 9), testing::ExitedWithCode(1),
+    sysMess.eventSource = showEvent;
+    EXPECT_EXIT(sysAssert("bad %d", "f", "f.cpp", 9), testing::ExitedWithCode(1),
                 "^1 ; QUENTA: \\*\\*\\* ASSERTION in Function <f> File <f.cpp> Line <9>\n"
-                "QUENTA: \\*\\*\\* bad\\[1 s\\]\\[1 s\\]$");
+                "QUENTA: \\*\\*\\* bad %d\\[1 s\\]\\[1 s\\]$");
 }
 
 TEST_F(sysMessDeathTest, anEndWithZeroDoesNotSleep)
@@ -424,6 +548,71 @@ TEST_F(sysMessDeathTest, exitHandlersRunBackwardsBetweenTheSleeps)
     sysMess.exitHandlers = handlers;
     sysMess.nExitHandlers = 2;
     EXPECT_EXIT(sysExit(3), testing::ExitedWithCode(3), "^\\[1 s\\]\\{second 3\\}\\{first 3\\}\\[1 s\\]$");
+}
+
+/* what was printed comes before the first second, what the handlers print before the second one */
+TEST_F(sysMessDeathTest, outputIsThereBeforeTheSleeps)
+{
+    static sysExitHandler handlers[] = { { [](void *, int) { fputs("from a handler", stdout); }, nullptr } };
+    sysMess.exitHandlers = handlers;
+    sysMess.nExitHandlers = 1;
+    EXPECT_EXIT((waitingOutput("before"), sysExit(1)), testing::ExitedWithCode(1),
+                "^before\\[1 s\\]from a handler\\[1 s\\]$");
+}
+
+TEST_F(sysMessDeathTest, handlersPrintLineByLine)
+{
+    static sysExitHandler handlers[] = { { [](void *, int) {
+        fputs("one\ntwo", stdout);
+        dprintf(STDERR_FILENO, "(error)");
+    }, nullptr } };
+    sysMess.exitHandlers = handlers;
+    sysMess.nExitHandlers = 1;
+    EXPECT_EXIT((waitingOutput(""), sysExit(0)), testing::ExitedWithCode(0), "^one\n\\(error\\)two$");
+}
+
+TEST_F(sysMessDeathTest, aHandlerMayRemoveHandlers)
+{
+    static char first[] = "first", second[] = "second";
+    static sysExitHandler handlers[] = {
+        { showHandler, first },
+        { showHandler, second },
+        { [](void *, int) { sysMess.nExitHandlers = 1; }, nullptr },
+    };
+    sysMess.exitHandlers = handlers;
+    sysMess.nExitHandlers = 3;
+    EXPECT_EXIT(sysExit(0), testing::ExitedWithCode(0), "^\\{first 0\\}$");
+    handlers[2].function = [](void *, int) { sysMess.nExitHandlers = 0; };
+    EXPECT_EXIT(sysExit(0), testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(sysMessDeathTest, aHandlerMayMoveTheHandlers)
+{
+    static char first[] = "first", elsewhere[] = "elsewhere";
+    static sysExitHandler moved[] = { { showHandler, elsewhere } };
+    static sysExitHandler handlers[2] = {};
+    handlers[0] = { showHandler, first };
+    handlers[1] = { [](void *, int) {
+        sysMess.exitHandlers = moved;
+        handlers[0] = handlers[1] = {};
+    }, nullptr };
+    sysMess.exitHandlers = handlers;
+    sysMess.nExitHandlers = 2;
+    EXPECT_EXIT(sysExit(0), testing::ExitedWithCode(0), "^\\{elsewhere 0\\}$");
+}
+
+/* its own turn is over: the others run, and the process ends with the failure's code */
+TEST_F(sysMessDeathTest, aHandlerThatFailsRunsOnce)
+{
+    static char first[] = "first";
+    static sysExitHandler handlers[] = {
+        { showHandler, first },
+        { [](void *, int) { sysError("bad"); }, nullptr },
+    };
+    sysMess.exitHandlers = handlers;
+    sysMess.nExitHandlers = 2;
+    EXPECT_EXIT(sysExit(0), testing::ExitedWithCode(1),
+                "^\nQUENTA: \\*\\*\\* ERROR: bad\n\\[1 s\\]\\{first 1\\}\\[1 s\\]$");
 }
 
 TEST_F(sysMessDeathTest, aHandlerMayAddAHandler)

@@ -24,6 +24,9 @@ TEST(sysUtil, sortInts)
         sysSortInts(v.data(), n);
         EXPECT_EQ(v, sorted);
     }
+    ints two = { 2, 1 };
+    sysSortInts(two.data(), 2);
+    EXPECT_EQ(two, (ints{ 1, 2 }));
     ints limits = { INT32_MAX, 0, INT32_MIN, -1 };
     sysSortInts(limits.data(), 4);
     EXPECT_EQ(limits, (ints{ INT32_MIN, -1, 0, INT32_MAX }));
@@ -57,12 +60,27 @@ TEST(sysUtil, sortTuples)
     }
 }
 
+TEST(sysUtil, sortTuplesOfTheLargestIntegers)
+{
+    for (int k : { 1, 2, 3, 4, 5, 9 }) {
+        SCOPED_TRACE(k);
+        ints v(3 * k, 7), sorted = v;
+        const int last = k - 1;
+        v[last] = sorted[2 * k + last] = INT32_MAX;
+        v[k + last] = sorted[last] = INT32_MIN;
+        v[2 * k + last] = sorted[k + last] = -1;
+        sysSortTuples(v.data(), 3, k);
+        EXPECT_EQ(v, sorted);
+    }
+}
+
 TEST(sysUtil, sortTuplesOfNothing)
 {
     ints v = { 2, 1 };
     sysSortTuples(v.data(), 0, 2);
     sysSortTuples(v.data(), -1, 2);
     sysSortTuples(v.data(), 2, 0);
+    sysSortTuples(v.data(), 2, -1);
     EXPECT_EQ(v, (ints{ 2, 1 }));
 }
 
@@ -118,6 +136,15 @@ TEST(sysUtil, countsBelowOneDoNothing)
     }
 }
 
+TEST(sysUtil, aSumBeyondAnIntegerWrapsAround)
+{
+    int v[] = { INT32_MAX, INT32_MIN, 3 };
+    sysAddInt(v, 3, 1);
+    EXPECT_EQ(ints(v, v + 3), (ints{ INT32_MIN, INT32_MIN + 1, 4 }));
+    sysAddInt(v, 1, -1);
+    EXPECT_EQ(v[0], INT32_MAX);
+}
+
 TEST(sysUtil, sums)
 {
     const int v[] = { 5, -2, 4 };
@@ -125,6 +152,9 @@ TEST(sysUtil, sums)
     const int big[] = { INT32_MAX, 1, -1 };
     EXPECT_EQ(sysSumInts(big, 3), INT32_MAX);       /* only the result must fit */
     checkFails("sum <2147483648> exceeds an integer", sysSumInts(big, 2));
+    const int low[] = { INT32_MIN, -1, 1 };
+    EXPECT_EQ(sysSumInts(low, 3), INT32_MIN);
+    checkFails("sum <-2147483649> exceeds an integer", sysSumInts(low, 2));
 }
 
 TEST(sysUtil, binFind)

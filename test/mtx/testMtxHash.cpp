@@ -110,6 +110,24 @@ TEST(mtxHash, aDoubledZeroIsNotReportedAndStandsForItsFirstPosition)
     EXPECT_EQ(hash.find(8), 2);
 }
 
+/* ids that were never given: in no time, and without crowding out the others */
+TEST(mtxHash, mostKeysMayBeZero)
+{
+    const int n = 300000;
+    std::vector<int> keys(n, 0);
+    for (int i = n - 1000; i < n; ++i) keys[i] = i + 5;
+    Hash hash(keys);
+    int notFound = -1;
+    EXPECT_EQ(hash.find(0), 0);
+    for (int i = n - 1000; i < n; ++i) ASSERT_EQ(hash.find(i + 5), i);
+    EXPECT_EQ(hash.findIf(7, &notFound), -1);
+    EXPECT_EQ(notFound, 1);
+
+    Hash nothingElse(std::vector<int>(n, 0));
+    EXPECT_EQ(nothingElse.mode(), 1);
+    EXPECT_EQ(nothingElse.find(0), 0);
+}
+
 TEST(mtxHash, anAbsentKeyOfAHashedListFails)
 {
     Hash hash({ 5, 9, 7 });
@@ -218,11 +236,34 @@ static std::vector<int> keysOfSlotZero(int n)
 
 TEST(mtxHash, keysThatShareOneSlotAreTakenOnlyWhileTheyAreFew)
 {
-    Hash few(keysOfSlotZero(1000));
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(few.find(few.keys[i]), i);
-    const std::vector<int> many = keysOfSlotZero(4000);
-    checkFails("Keys cannot be told apart quickly: <", mtxNewInvHash(many.data(), 4000));
-    checkFails("> of <4000> share too few places", mtxNewInvHash(many.data(), 4000));
+    Hash few(keysOfSlotZero(1024));
+    for (int i = 0; i < 1024; ++i) ASSERT_EQ(few.find(few.keys[i]), i);
+    const std::vector<int> many = keysOfSlotZero(1025);
+    checkFails("Keys cannot be told apart quickly: <1024> of <1025> share too few places",
+               mtxNewInvHash(many.data(), 1025));
+}
+
+TEST(mtxHash, anAbsentKeyOfACrowdedSlotIsNotLookedForFartherThanKeysLie)
+{
+    Hash crowd(keysOfSlotZero(1024));
+    int absent = crowd.keys.back() + 1, notFound = -1;
+    while (slotOf(absent, crowd.h()) != 0) ++absent;
+    EXPECT_EQ(crowd.findIf(absent, &notFound), -1);
+    EXPECT_EQ(notFound, 1);
+    checkFails("not found", crowd.find(absent));
+}
+
+TEST(mtxHash, walksGoOnAtTheFirstPairBehindTheLast)
+{
+    std::vector<int> keys;
+    for (int k = 1000; keys.size() < 3; --k)            /* downward, so that they are not consecutive */
+        if (slotOf(k, 5) == 4) keys.push_back(k);
+    Hash hash(keys);
+    ASSERT_EQ(hash.h(), 5);
+    ASSERT_EQ(hash.mode(), 1);
+    EXPECT_EQ(std::vector<int>(hash.data, hash.data + 10),
+              (std::vector<int>{ keys[1], 1, keys[2], 2, -1, -1, -1, -1, keys[0], 0 }));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(hash.find(keys[i]), i);
 }
 
 TEST(mtxHash, manyScatteredKeysAreAllFound)
