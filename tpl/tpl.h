@@ -65,6 +65,26 @@ int tplSrf2Srf(const tplRec *tpl, int srfType, const int *elemNodes, const int *
 int tplSrf2Bnd(const tplRec *tpl, int srfType, const int *elemNodes, const int *srfNodes, int *outElemNodes,
                int *outSrfId);
 
+/* How many nodes a surface of a type has; 0 for a code that is none. round, unless null: the places of its nodes in the
+   order in which one meets them going round it. */
+int tplSrfRound(int srfType, const int **round);
+
+/* Directions at the nodes of a block of nBlock elements or surfaces of one kind. Component c of node a of element e
+   stands at (a * 3 + c) * nBlock + e, in crd as in dir, which is overwritten.
+
+   tplNodalDirType: the area vectors of the faces, each shared out among the nodes of its face, so that the sums at the
+   nodes of a surface give its normal, weighted by area. A triangle gives a third to each of its nodes, a quadrilateral
+   a quarter; the six-node triangle is four triangles. A surface is seen from where its nodes run counter-clockwise, the
+   faces of an element as its face rows have them.
+   tplType 1, 2, 3, 4, 5, 6, 15, 16 or 28. May not return: "not implemented for tplType <%d>".
+
+   tplNodalEdgeDirType: for each side of a surface the vector in its plane, outward and normal to the side, half as long
+   as it; at the node where the side begins, going round from node 0 by way of node 1. The six-node triangle has six
+   sides, from corner to middle and from middle to corner. Zero for a surface without an area.
+   tplType 1, 2 or 15. May not return: the same. */
+void tplNodalDirType(const double *crd, double *dir, int tplType, int nBlock);
+void tplNodalEdgeDirType(const double *crd, double *dir, int tplType, int nBlock);
+
 #ifdef __cplusplus
 }
 #endif

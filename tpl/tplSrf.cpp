@@ -7,12 +7,6 @@
 
 #include "base/sys.h"
 
-/* Number of nodes of a surface type; 0 for another number. */
-static int nNodesOf(int srfType)
-{
-    return srfType == 1 ? 3 : srfType == 2 ? 4 : srfType == 15 ? 6 : 0;
-}
-
 /* A sum that may wrap around: it does so on both sides. */
 static unsigned sumOf(const int *ids, int n)
 {
@@ -41,7 +35,7 @@ static bool matches(const tplSrf *srf, int n, const int *elemNodes, const int *s
 /* The first face of that type with these nodes, or -1. */
 static int findFace(const char *function, const tplRec *tpl, int srfType, const int *elemNodes, const int *srfNodes)
 {
-    const int n = nNodesOf(srfType);
+    const int n = tplSrfRound(srfType, nullptr);
     if (!n) sysFailIn(function, "Invalid srfType <%d>", srfType);
     const unsigned sum = sumOf(srfNodes, n);
     for (int i = 0; i < tpl->nSrfs; ++i)
