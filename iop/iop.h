@@ -80,6 +80,16 @@ int iopCheckFile(const char *name, int opt);
 /* The form bit that the name's suffix stands for. Never fails. */
 int iopGetFileOpt(const char *name);
 
+/* The name on disk of the file that iopOpenFile(name, opt) opens: the suffix cut, the form's put there. text: 8192
+   bytes. opt: exactly one form. Never fails. */
+void iopGetDiskName(const char *name, int opt, char *text);
+
+/* What a file of so many bytes on disk could hold in the form of opt, to test a count before anything is sized by it:
+   the most bytes that its data may have, and the fewest that a number of `size` bytes in memory takes of them. opt:
+   exactly one form. Never fail. */
+int64_t iopMostBytes(int opt, int64_t bytes);
+int     iopLeastBytes(int opt, int size);
+
 /* Bytes, and seconds since the epoch of the last change, of exactly this name; 0 if there is none. Never fail. */
 int64_t iopFileSize(const char *name);
 int     iopFileTime(const char *name);
@@ -93,6 +103,20 @@ const char *iopFileInfo(iopHd *hd);
 
 /* The name as stored: without suffix, and without directory if IOP_BASENAME. Lives with the handle. Never fails. */
 const char *iopFileName(const iopHd *hd);
+
+/* ---- containers: files within an HDF5 file ---- */
+
+/* Opens a file of a container that was opened with IOP_HDF_CONTAINER. Of the name counts what follows the last /, less
+   its suffix. opt: IOP_READ, or with a container opened to write IOP_WRITE, which replaces a file of that name, or
+   IOP_WRITE | IOP_APPEND, which goes on behind its last data set; of the forms only IOP_HDF may be set, and need not.
+   The caller owns the handle up to iopCloseFile; the container must stay open as long. Fails if it is no container, if
+   only the file is to be written, and if the file is not there or cannot be made. */
+iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt);
+
+/* How many files are in a container, and the name of one, index from 0, in HDF5's own order by name; text: 8192 bytes.
+   Fail for a handle that is no container, and for an index that is not there. */
+int  iopGetNHdfFiles(iopHd *hd);
+void iopGetHdfFileName(iopHd *hd, char *text, int index);
 
 /* ---- directories ---- */
 
@@ -151,12 +175,16 @@ void iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap);
 /* Writes n integers as bytes, in any form. src is the same afterwards, but may be turned round meanwhile. */
 void iopPutBinInts(iopHd *hd, int *src, int n);
 
-/* The place of the next token, to return to. It does not hold the counters. */
+/* The place of the next token, to return to. It does not hold the counters. The way back in a compressed file may be
+   slow: beyond the last 16 KB it is decoded anew. A compressed file being written has no places. */
 int64_t iopGetLoc(iopHd *hd);
 void    iopSetLoc(iopHd *hd, int64_t loc);
 
 /* How many tokens were read so far, the <12> of iopFileInfo. Never fails. */
 int  iopGetTokens(const iopHd *hd);
+
+/* 1 if going back in the file is done at once; 0 if it may mean to decode again all that stands before. Never fails. */
+int  iopGoesBack(const iopHd *hd);
 
 /* To a place at which iopGetLoc and iopGetTokens gave these; last: the last string before it. Whoever fails from there
    on says the same as if all before it had been read. */
@@ -190,6 +218,9 @@ void iopReadSubReals(iopHd *hd, const char *key, int n1, int n2, int first, int 
 /* Table of m rows of n reals; row i goes to dest + idx[i] * n, in the order of i. A null idx: row i to row i. The
    caller answers for idx[0] to idx[m - 1] lying within dest. */
 void iopGetRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest);
+
+/* The same, but the rows are added to those in dest: an index that comes twice gets both. */
+void iopAddRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest);
 
 /* Fails ("EOF ...") unless the rest of the file could hold n items of a kind: 'i' integers, 'r' reals, 'f' floats,
    's' strings. A negative n fails too. To be called with a count from the file before anything is sized by it. */

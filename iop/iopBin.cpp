@@ -121,7 +121,7 @@ int iopBinGetStr(iopHd *hd, char *text, int must)
         const int64_t came = iopReadBytes(hd, text + n, BLOCK, &budget);
         if (came < BLOCK) {
             text[n + came] = 0;
-            if (must) sysFail("EOF %s", iopFileInfo(hd));
+            if (must || hd->ahead.failed) sysFail("EOF %s", iopFileInfo(hd));
             iopStreamSetLoc(hd, start, 0);
             return 0;
         }
@@ -168,50 +168,6 @@ void iopBinSkip(iopHd *hd, const iopNum *num, int64_t n)
     int budget = iopBudget(hd);
     while (!fits || !iopStreamSetLoc(hd, here + n * num->size, 0))
         if (!iopWait(&budget)) sysFail("fseek error %s", iopFileInfo(hd));
-}
-
-/* ---- scattered rows ---- */
-
-enum { SCRATCH = 131072 };                  /* reals: 1 MB, so that rows are still in the cache when they go out */
-static double scratch[SCRATCH];
-
-static int consecutive(const int *idx, int m)
-{
-    for (int i = 1; i < m; ++i)
-        if (idx[i] != idx[0] + i) return 0;
-    return 1;
-}
-
-static void scatter(const double *rows, int n, int m, const int *idx, double *dest)
-{
-    if (n == 1) {
-        for (int i = 0; i < m; ++i) dest[idx[i]] = rows[i];
-    } else if (n == 3) {
-        for (int i = 0; i < m; ++i, rows += 3) {
-            double *to = dest + 3 * (int64_t) idx[i];
-            to[0] = rows[0];
-            to[1] = rows[1];
-            to[2] = rows[2];
-        }
-    } else {
-        for (int i = 0; i < m; ++i, rows += n) memcpy(dest + (int64_t) idx[i] * n, rows, (size_t) n * sizeof *rows);
-    }
-}
-
-/* In pieces of many rows; rows that lie together in dest, and those too long for a piece, need no detour. */
-void iopBinGetRows(iopHd *hd, int n, int m, const int *idx, double *dest)
-{
-    if (!idx || consecutive(idx, m)) {
-        iopBinGetNums(hd, &iopReals, dest + (idx ? (int64_t) idx[0] * n : 0), (int64_t) n * m);
-        return;
-    }
-    const int perPiece = SCRATCH / n;
-    for (int i = 0, some; i < m; i += some) {
-        some = perPiece > m - i ? m - i : perPiece > 0 ? perPiece : 1;
-        double *rows = perPiece > 0 ? scratch : dest + (int64_t) idx[i] * n;
-        iopBinGetNums(hd, &iopReals, rows, (int64_t) n * some);
-        if (rows == scratch) scatter(rows, n, some, idx + i, dest);
-    }
 }
 
 int iopBinHolds(iopHd *hd, int64_t n, int size)

@@ -14,6 +14,7 @@
 
 #include "iop/iopInt.h"
 
+#include <errno.h>
 #include <stdarg.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -25,28 +26,41 @@
 
 /* The first row whose bits are all set is that of a handle, so what wraps or refines a form stands before it. A row
    without functions is known by name and not read yet. Not for the formatter. */
-#define NOT_YET 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
+#define NOT_YET 0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
+#define ON_HDF 0, 0, 0, 1032, \
+      /* open, close         */ iopHdfOpen,      iopHdfClose, \
+      /* string, line, print */ iopHdfGetStr,    iopBinNoGetLine, iopBinNoPutLine, \
+      /* numbers, as bytes   */ iopHdfGetNums,   iopHdfGetNums, \
+      /* step over, rows     */ iopHdfSkip,      iopHdfGetRows,   iopHdfGetSub, \
+      /* write, as bytes     */ iopHdfPutInts,   iopHdfPutBin, \
+      /* room, locations     */ iopHdfHolds,     iopHdfGetLoc,    iopHdfSetLoc
 static const iopForm iopForms[] = {
     { "socket",        IOP_SOCKET,           "",   NOT_YET },
     { "remote shell",  IOP_RSH,              "",   NOT_YET },
     { "record",        IOP_REC | IOP_BINARY, ".B", NOT_YET },
-    { "ascii",         IOP_ASCII,            "",   65536,
+    { "ascii",         IOP_ASCII,            "",   65536, 0, 2, 1,
       /* open, close         */ iopTextOpen,     iopStreamClose,
       /* string, line, print */ iopTextGetStr,   iopTextGetLine,  iopTextPutLine,
       /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
-      /* step over, scatter  */ iopTextSkip,     iopTextGetRows,
+      /* step over, rows     */ iopTextSkip,     iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
       /* room, locations     */ iopTextHolds,    iopStreamGetLoc, iopStreamSetLoc },
-    { "binary",        IOP_BINARY,           ".B", 4096,
+    { "binary",        IOP_BINARY,           ".B", 4096, 0, 0, 1,
       /* open, close         */ iopBinOpen,      iopStreamClose,
       /* string, line, print */ iopBinGetStr,    iopBinNoGetLine, iopBinNoPutLine,
       /* numbers, as bytes   */ iopBinGetNums,   iopBinGetNums,
-      /* step over, scatter  */ iopBinSkip,      iopBinGetRows,
+      /* step over, rows     */ iopBinSkip,      iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopBinPutInts,   iopBinPutBin,
       /* room, locations     */ iopBinHolds,     iopStreamGetLoc, iopStreamSetLoc },
-    { "compressed",    IOP_COMPRESSED,       ".Z", NOT_YET },
-    { "hdf",           IOP_HDF,              ".H", NOT_YET },
-    { "hdf-container", IOP_HDF_CONTAINER,    ".C", NOT_YET },
+    { "compressed",    IOP_COMPRESSED,       ".Z", 32768, 16384, 2, 32768,
+      /* open, close         */ iopZipOpen,      iopZipClose,
+      /* string, line, print */ iopTextGetStr,   iopTextGetLine,  iopTextPutLine,
+      /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
+      /* step over, rows     */ iopTextSkip,     iopStreamGetRows, iopStreamGetSub,
+      /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
+      /* room, locations     */ iopZipHolds,     iopStreamGetLoc, iopZipSetLoc },
+    { "hdf",           IOP_HDF,              ".H", ON_HDF },
+    { "hdf-container", IOP_HDF_CONTAINER,    ".C", ON_HDF },
 };
 
 static const iopForm *const endForms = iopForms + sizeof iopForms / sizeof iopForms[0];
@@ -117,6 +131,24 @@ const char *iopFileName(const iopHd *hd)
     return hd->fileName;
 }
 
+void iopGetDiskName(const char *name, int opt, char *text)
+{
+    const int length = (int) strnlen(name, SYS_TEXT), cut = formBySuffix(name) ? 2 : 0;
+    snprintf(text, SYS_TEXT, "%.*s%s", length - cut, name, formOf(opt & IOP_FORMS)->suffix);
+}
+
+int64_t iopMostBytes(int opt, int64_t bytes)
+{
+    const int expand = formOf(opt & IOP_FORMS)->expand;
+    return bytes < INT64_MAX / expand ? bytes * expand : INT64_MAX;
+}
+
+int iopLeastBytes(int opt, int size)
+{
+    const int least = formOf(opt & IOP_FORMS)->perNumber;
+    return least ? least : size;
+}
+
 /* ---- handles ---- */
 
 static iopHd *closedHds;
@@ -166,6 +198,8 @@ iopHd *iopNew(const char *name, int opt)
     hd->dataStart = hd->recMetaLoc = 0;
     hd->form = form;
     hd->ahead.start = hd->ahead.pos = hd->ahead.size = 0;
+    hd->pid = 0;
+    hd->sharesFile = 0;
     hd->next = NULL;
     return hd;
 }
@@ -185,8 +219,13 @@ iopHd *iopOpenFile(const char *name, int opt)
 void iopCloseFile(iopHd *hd)
 {
     if (!hd->opt) sysFail("file <%s> is not open", hd->fileName);
-    hd->form->close(hd);
+    char name[SYS_NAME + 8];
+    const int written = hd->form->close(hd);
+    const int error = errno;
+    iopDiskName(hd, name, sizeof name);
     recycle(hd);
+    /* the file is not what the caller wrote */
+    if (!written) sysFail("unable to write file <%s>; %s", name, strerror(error));
 }
 
 void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
@@ -196,8 +235,8 @@ void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    if (hd->fp) fclose(hd->fp);
-    hd->fp = NULL;
+    hd->opt &= ~IOP_DELETE;                         /* what could not be opened is not ours to remove */
+    hd->form->close(hd);
     recycle(hd);
     sysFailIn(function, "%s", text);
 }
@@ -215,6 +254,11 @@ int iopCheckFile(const char *name, int opt)
     if (!fp) return 0;
     fclose(fp);
     return 1;
+}
+
+int iopGoesBack(const iopHd *hd)
+{
+    return hd->form->nKeep == 0;
 }
 
 int64_t iopFileSize(const char *name)

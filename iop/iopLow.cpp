@@ -13,9 +13,9 @@
 
 #include "base/cvt.h"
 
-const iopNum iopInts   = { 'i', 4, &iopHd::nativeInt,   &iopHd::fileInt,   cvtConvInts,   iopScanInt   };
-const iopNum iopReals  = { 'r', 8, &iopHd::nativeReal,  &iopHd::fileReal,  cvtConvReals,  iopScanReal  };
-const iopNum iopFloats = { 'f', 4, &iopHd::nativeFloat, &iopHd::fileFloat, cvtConvFloats, iopScanFloat };
+const iopNum iopInts   = { 'i', 4, &iopHd::nativeInt,   &iopHd::fileInt,   cvtConvInts,   iopScanInt,   iopScanInts   };
+const iopNum iopReals  = { 'r', 8, &iopHd::nativeReal,  &iopHd::fileReal,  cvtConvReals,  iopScanReal,  iopScanReals  };
+const iopNum iopFloats = { 'f', 4, &iopHd::nativeFloat, &iopHd::fileFloat, cvtConvFloats, iopScanFloat, iopScanFloats };
 
 /* ---- checks ---- */
 
@@ -149,34 +149,6 @@ void iopPutBinInts(iopHd *hd, int *src, int n)
     iopCount(hd, n);
 }
 
-/* ---- what must stand there ---- */
-
-/* A word that differs gets a second chance: the file system may not show yet what the writer wrote. The bytes are
-   then asked for anew, and the token counts once. */
-void iopCheckStr(iopHd *hd, const char *expected)
-{
-    char text[SYS_TEXT];
-    const int64_t start = iopGetLoc(hd);
-    iopGetStrF(hd, text);
-    if (strcmp(text, expected) == 0) return;
-    if (hd->fp) {
-        sysSleep(1);
-        hd->nTokens--;
-        hd->form->setLoc(hd, start, 1);
-        iopGetStrF(hd, text);
-        if (strcmp(text, expected) == 0) return;
-    }
-    sysFail("data out of order: expected <%s> found <%s> %s", expected, hd->lastToken, iopFileInfo(hd));
-}
-
-void iopCheckInt(iopHd *hd, int expected)
-{
-    int found;
-    iopGetIntF(hd, &found, 1);
-    if (found != expected)
-        sysFail("data out of order: expected <%d> found <%d> %s", expected, found, iopFileInfo(hd));
-}
-
 /* ---- locations ---- */
 
 int64_t iopGetLoc(iopHd *hd)
@@ -213,4 +185,32 @@ void iopRewind(iopHd *hd)
     if (hd->fp) setLoc(hd, hd->dataStart, 1);
     hd->nTokens = hd->nDataSets = 0;
     strcpy(hd->lastToken, "__NONE__");
+}
+
+/* ---- what must stand there ---- */
+
+/* A word that differs gets a second chance: the file system may not show yet what the writer wrote. The bytes are
+   then asked for anew, and the token counts once. */
+void iopCheckStr(iopHd *hd, const char *expected)
+{
+    char text[SYS_TEXT];
+    const int64_t start = iopGetLoc(hd);
+    iopGetStrF(hd, text);
+    if (strcmp(text, expected) == 0) return;
+    if (hd->fp) {
+        sysSleep(1);
+        hd->nTokens--;
+        setLoc(hd, start, 1);
+        iopGetStrF(hd, text);
+        if (strcmp(text, expected) == 0) return;
+    }
+    sysFail("data out of order: expected <%s> found <%s> %s", expected, hd->lastToken, iopFileInfo(hd));
+}
+
+void iopCheckInt(iopHd *hd, int expected)
+{
+    int found;
+    iopGetIntF(hd, &found, 1);
+    if (found != expected)
+        sysFail("data out of order: expected <%d> found <%d> %s", expected, found, iopFileInfo(hd));
 }

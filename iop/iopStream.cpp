@@ -68,44 +68,53 @@ int iopStreamOpen(iopHd *hd, int *budget)
         hd->fp = fopen(name, bytes ? "wbe" : "we");
     }
     if (!hd->fp) return 0;
-    if (hd->opt & IOP_LINE_BUFFER) setvbuf(hd->fp, NULL, _IOLBF, 1024);
-    if (hd->opt & IOP_NO_BUFFER) setvbuf(hd->fp, NULL, _IONBF, 1024);
+    iopStreamBuffer(hd);
     return 1;
 }
 
-void iopStreamClose(iopHd *hd)
+void iopStreamBuffer(iopHd *hd)
 {
-    char name[SYS_NAME + 8];
+    if (hd->opt & IOP_LINE_BUFFER) setvbuf(hd->fp, NULL, _IOLBF, 1024);
+    if (hd->opt & IOP_NO_BUFFER) setvbuf(hd->fp, NULL, _IONBF, 1024);
+}
+
+/* What stdio still held may not reach the disk. */
+int iopStreamClose(iopHd *hd)
+{
     const int failed = hd->fp && fclose(hd->fp) != 0 && !(hd->opt & IOP_READ);
-    const int error = errno;
     hd->fp = NULL;
+    if (!(hd->opt & IOP_DELETE)) return !failed;
+    char name[SYS_NAME + 8];
     iopDiskName(hd, name, sizeof name);
-    if (hd->opt & IOP_DELETE) remove(name);
-    /* what stdio still held did not reach the disk: the file is not what the caller wrote */
-    else if (failed) iopGiveUp(hd, "iopCloseFile", "unable to write file <%s>; %s", name, strerror(error));
+    remove(name);
+    return 1;
 }
 
 /* ---- reading ahead ---- */
 
-/* One read that got something, or 0 at the end of the file. An error reads as the end, as it does with stdio. */
+/* One read that got something, or 0 at the end of the file. An error reads as the end, as it does with stdio; whoever
+   must not take it for the end asks for `failed`. */
 static int64_t readSome(iopHd *hd, void *dest, int64_t n)
 {
-    if (!hd->fp) return 0;
     ssize_t got;
+    hd->ahead.failed = 0;
+    if (!hd->fp) return 0;
     do got = read(fileno(hd->fp), dest, (size_t) (n < INT_MAX ? n : INT_MAX)); while (got < 0 && errno == EINTR);
+    hd->ahead.failed = got < 0;
     return got > 0 ? got : 0;
 }
 
-/* Appends to the piece what the file has to give, after moving what was not yet taken to its front. */
+/* Appends to the piece what the file has to give, after moving what is still wanted of it to its front. */
 int iopFill(iopHd *hd)
 {
     iopAhead *a = &hd->ahead;
     if (!a->data) a->data = memNew(char, AHEAD_SIZE + 1);   /* one more for the zero behind a text's number */
-    if (a->pos > 0) {
-        memmove(a->data, a->data + a->pos, (size_t) (a->size - a->pos));
-        a->start += a->pos;
-        a->size -= a->pos;
-        a->pos = 0;
+    const int drop = a->pos - hd->form->nKeep;
+    if (drop > 0) {
+        memmove(a->data, a->data + drop, (size_t) (a->size - drop));
+        a->start += drop;
+        a->size -= drop;
+        a->pos -= drop;
     }
     const int room = AHEAD_SIZE - a->size, want = hd->form->nAhead < room ? hd->form->nAhead : room;
     const int got = (int) readSome(hd, a->data + a->size, want);
@@ -144,6 +153,19 @@ int64_t iopReadBytes(iopHd *hd, void *dest, int64_t n, int *budget)
         if (more == 0 && !iopWait(budget)) break;
     }
     return got;
+}
+
+/* On a stream rows follow one another: those asked for are the next ones. */
+void iopStreamGetRows(iopHd *hd, int n, int m, int first, int some, double *rows)
+{
+    hd->form->getNums(hd, &iopReals, rows, (int64_t) n * some);
+}
+
+void iopStreamGetSub(iopHd *hd, const iopNum *num, int64_t before, int64_t n, int64_t behind, void *dest)
+{
+    iopSkipNums(hd, num, before);
+    iopGetNums(hd, num, dest, n);
+    iopSkipNums(hd, num, behind);
 }
 
 /* ---- locations ---- */

@@ -35,10 +35,16 @@ void iopTextOpen(iopHd *hd, int *budget)
 
 /* ---- bytes ---- */
 
+/* A read that failed is no end of the data: it would cut a token in two, or hide an optional one. */
 static int byteBehind(iopHd *hd, int i)
 {
+    int budget = iopBudget(hd);
     if (i > MAX_NUMBER) return -1;          /* see checkNumber */
-    return iopFill(hd) ? (unsigned char) hd->ahead.data[hd->ahead.pos + i] : -1;
+    while (!iopFill(hd)) {
+        if (!hd->ahead.failed) return -1;
+        if (!iopWait(&budget)) sysFail("EOF %s", iopFileInfo(hd));
+    }
+    return (unsigned char) hd->ahead.data[hd->ahead.pos + i];
 }
 
 /* Byte i behind the read position, -1 at the end of the data. To be asked for in rising order. */

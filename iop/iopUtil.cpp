@@ -43,7 +43,8 @@ static void getTable(iopHd *hd, const iopNum *num, int n1, int n2, void *dest)
 static void skipTable(iopHd *hd, const iopNum *num)
 {
     int size[2];
-    iopGetIntF(hd, size, 2);
+    iopGetIntF(hd, &size[0], 1);        /* two tokens: forms that name their tokens know them one by one */
+    iopGetIntF(hd, &size[1], 1);
     if (size[0] < 0 || size[1] < 0)
         sysFail("invalid table of <%d> x <%d> values; %s", size[0], size[1], iopFileInfo(hd));
     const int64_t n = (int64_t) size[0] * size[1];
@@ -61,9 +62,7 @@ static void getSubTable(iopHd *hd, const iopNum *num, const char *key, int n1, i
         sysFail("Inappropriate sub index range <%d>-<%d> for dim2 <%d>", first, last, n2);
     const int64_t n = tableSize(hd, n1, last - first);
     iopNeed(hd, (int64_t) n1 * n2, num->kind);
-    iopSkipNums(hd, num, (int64_t) n1 * first);
-    iopGetNums(hd, num, dest, n);
-    iopSkipNums(hd, num, (int64_t) n1 * (n2 - last));
+    hd->form->getSub(hd, num, (int64_t) n1 * first, n, (int64_t) n1 * (n2 - last), dest);
 }
 
 /* ---- scalars ---- */
@@ -148,12 +147,21 @@ void iopReadSubReals(iopHd *hd, const char *key, int n1, int n2, int first, int 
 }
 
 /* Values of a part of the mesh land in the rows of the whole mesh, without an array in between. */
-void iopGetRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest)
+static void getIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest, int add)
 {
+    iopCheckReadable(hd);
     iopCheckStr(hd, key);
     iopCheckInt(hd, n);
     iopCheckInt(hd, m);
-    const int64_t size = tableSize(hd, n, m);
-    if (size > 0) hd->form->getRows(hd, n, m, idx, dest);
-    iopCount(hd, size);
+    if (tableSize(hd, n, m) > 0) iopScatterRows(hd, n, m, idx, dest, add);
+}
+
+void iopGetRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest)
+{
+    getIndexed(hd, key, n, m, idx, dest, 0);
+}
+
+void iopAddRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest)
+{
+    getIndexed(hd, key, n, m, idx, dest, 1);
 }

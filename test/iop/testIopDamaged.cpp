@@ -1,5 +1,8 @@
 /* testIopDamaged.cpp: files that are cut or corrupted are refused in order, and a tag is what it must be. */
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <climits>
 
 #include "iop/iopInt.h"
@@ -163,12 +166,12 @@ TEST(iopDamaged, cutAtEveryByte)
 {
     forEachForm(form) {
         const std::string good = goodFile(form).bytes;
-        testWrite(form.onDisk, good);
+        writeBytes(form, good);
         checkReturns(readAll(form));
         closeReading();
         for (size_t n = 0; n < good.size(); ++n) {
             remove(form.onDisk);
-            testWrite(form.onDisk, good.substr(0, n));
+            writeBytes(form, good.substr(0, n));
             const std::string failure = trapped([&] { readAll(form); });
             closeReading();
             /* a text that lacks only its last newline is whole */
@@ -182,6 +185,7 @@ TEST(iopDamaged, cutAtEveryByte)
 TEST(iopDamaged, everyByteCorrupted)
 {
     forEachForm(form) {
+        if (form.opt == IOP_COMPRESSED) continue;           /* text as in the ascii form: damage below the text */
         const std::string good = goodFile(form).bytes;
         for (size_t n = 0; n < good.size(); ++n) {
             for (char c : { '\0', '\xff', '\x7f', '-', '9', '"', ' ', '\n' }) {
@@ -195,6 +199,32 @@ TEST(iopDamaged, everyByteCorrupted)
             }
         }
     }
+}
+
+/* What the program makes of it is up to the program; it complains on standard error */
+TEST(iopDamaged, compressedFilesCutOrCorruptedAtEveryByte)
+{
+    const TokenForm &form = tokenForms[3];
+    ASSERT_EQ(form.opt, IOP_COMPRESSED);
+    const std::string good = compressedBytes(goodFile(form).bytes);
+    const int kept = dup(2), null = open("/dev/null", O_WRONLY);
+    dup2(null, 2);
+    for (size_t n = 0; n < good.size(); ++n) {
+        std::string flipped = good, filled = good;
+        flipped[n] = (char) (flipped[n] ^ 1);
+        filled[n] = '\xff';
+        for (const std::string &bad : { good.substr(0, n), flipped, filled }) {
+            if (bad == good) continue;
+            testWrite(form.onDisk, bad);
+            const std::string failure = trapped([&] { readAll(form); });
+            closeReading();
+            EXPECT_TRUE(failure == "" || isOrderly(failure)) << n << ": " << failure;
+            EXPECT_TRUE(failure != "" || bad.size() == good.size() || n == good.size() - 1) << "cut at " << n;
+        }
+    }
+    dup2(kept, 2);
+    close(kept);
+    close(null);
 }
 
 TEST(iopDamaged, everyCountAbsurd)

@@ -171,9 +171,6 @@ TEST(iopFile, checkFileSaysNoForADirectoryAndChangesNothing)
 TEST(iopFile, formsOfLaterVersionsAreRefusedByName)
 {
     static const struct { const char *name; int opt; const char *text; } rows[] = {
-        { "p.Z",   IOP_COMPRESSED,        "compressed files are not read by this version: <p.Z>"    },
-        { "p.H",   IOP_HDF,               "hdf files are not read by this version: <p.H>"           },
-        { "p.C",   IOP_HDF_CONTAINER,     "hdf-container files are not read by this version: <p.C>" },
         { "p.ptc", IOP_BINARY | IOP_REC,  "record files are not read by this version: <p.ptc>"      },
         { "host",  IOP_ASCII | IOP_SOCKET, "socket files are not read by this version: <host>"      },
         { "host",  IOP_BINARY | IOP_RSH,  "remote shell files are not read by this version: <host>" },
@@ -310,10 +307,12 @@ TEST(iopFile, deletedAtClose)
 {
     static const struct { int opt; const char *onDisk; } rows[] = {
         { IOP_ASCII, "f" }, { IOP_ASCII | IOP_RAW, "f" }, { IOP_BINARY, "f.B" }, { IOP_BINARY | IOP_RAW, "f" },
+        { IOP_COMPRESSED, "f.Z" },
     };
     for (const auto &row : rows) {
         testWrite("f", "f");
         testWrite("f.B", "QUENTA 1 2 4 6 8\n");
+        testWrite("f.Z", compressedBytes("f"));
         iopHd *fh = iopOpenFile("f", row.opt | IOP_READ | IOP_DELETE);
         EXPECT_TRUE(exists(row.onDisk));
         iopCloseFile(fh);
@@ -375,6 +374,13 @@ TEST(iopFile, failedOpenGivesItsHandleBack)
     iopCloseFile(again);
 }
 
+TEST(iopFile, whatCouldNotBeOpenedIsNotRemoved)
+{
+    testWrite("t.B", "no tag\n");
+    checkFails("Invalid binary tag <no tag>; ", iopOpenFile("t", IOP_BINARY | IOP_READ | IOP_DELETE));
+    EXPECT_EQ(testRead("t.B"), "no tag\n");
+}
+
 TEST(iopFile, theReasonOfAFailedOpenOutlivesTheWait)
 {
     testWhenSleeping([] { errno = EPERM; });
@@ -395,8 +401,7 @@ TEST(iopFile, aClosedHandleIsRefused)
 
 TEST(iopFile, handleWithoutAStream)
 {
-    static const int forms[] = { IOP_ASCII, IOP_BINARY };
-    for (int form : forms) {
+    for (int form : { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED }) {
         iopHd *fh = iopNew("n", form | IOP_READ | IOP_WRITE);
         int value = 0;
         char text[SYS_TEXT];
@@ -421,7 +426,7 @@ TEST(iopFile, infoTellsHowFarAFileWasRead)
     forEachForm(form) {
         TokenBytes(form).s("nNodes").i(2).s("crd").write();
         iopHd *fh = openTokens(form);
-        const std::string head = std::string("in ") + (form.binary ? "binary" : "ascii") + " file <" + form.file;
+        const std::string head = std::string("in ") + form.kind + " file <" + form.file;
         EXPECT_EQ(iopFileInfo(fh), head + "> token <0> near <__NONE__>");
         int n;
         iopGetKeyInt(fh, "nNodes", &n);
@@ -505,7 +510,7 @@ TEST(iopFile, rewindReadsTheFileAnew)
 TEST(iopFile, programsThatTheHostStartsDoNotInheritIt)
 {
     static const int modes[] = { IOP_WRITE, IOP_WRITE | IOP_APPEND, IOP_READ };
-    for (int form : { IOP_ASCII, IOP_BINARY })
+    for (int form : { IOP_ASCII, IOP_BINARY })              /* pipes: testIopZip.cpp */
         for (int mode : modes) {
             iopHd *fh = iopOpenFile("a", form | mode);
             EXPECT_TRUE(fcntl(fileno(fh->fp), F_GETFD) & FD_CLOEXEC) << form << " " << mode;

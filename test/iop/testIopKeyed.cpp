@@ -11,7 +11,7 @@ typedef std::vector<double> Reals;
 /* The end of a message that a form's file carries. */
 static std::string info(const TokenForm &form, int token, const char *near)
 {
-    return std::string("in ") + (form.binary ? "binary" : "ascii") + " file <" + form.file + "> token <" +
+    return std::string("in ") + form.kind + " file <" + form.file + "> token <" +
            std::to_string(token) + "> near <" + near + ">";
 }
 
@@ -198,32 +198,42 @@ TEST(iopKeyed, inappropriateParts)
 
 /* ---- scattered rows ---- */
 
+/* Both ways of scattering: of an index that comes twice, the last row stays, or both are added. */
 static void checkScatter(const TokenForm &form, int n, int m, const int *idx, int nDest)
 {
     TokenBytes all(form);
     all.table("v", n, m);
-    Reals wanted((size_t) nDest * n, -1), dest = wanted;
+    Reals got((size_t) nDest * n, -1), added(got), wantedGot(got), wantedAdded(got);
     for (int i = 0; i < m; ++i) {
         for (int k = 0; k < n; ++k) {
+            const size_t to = (size_t) (idx ? idx[i] : i) * n + k;
             all.r(i + k / 8.0);
-            wanted[(size_t) (idx ? idx[i] : i) * n + k] = i + k / 8.0;
+            wantedGot[to] = i + k / 8.0;
+            wantedAdded[to] += i + k / 8.0;
         }
     }
     all.s("end").write();
     iopHd *fh = openTokens(form);
-    iopGetRealsIndexed(fh, "v", n, m, idx, dest.data());
+    iopGetRealsIndexed(fh, "v", n, m, idx, got.data());
     iopCheckStr(fh, "end");
     EXPECT_EQ(fh->nTokens, n * m + 4);
-    EXPECT_TRUE(dest == wanted) << "n " << n << " m " << m;
+    EXPECT_TRUE(got == wantedGot) << "n " << n << " m " << m;
+    iopRewind(fh);
+    iopAddRealsIndexed(fh, "v", n, m, idx, added.data());
+    iopCheckStr(fh, "end");
+    EXPECT_EQ(fh->nTokens, n * m + 4);
+    EXPECT_TRUE(added == wantedAdded) << "n " << n << " m " << m;
+    EXPECT_EQ(testSlept(), 0);
     iopCloseFile(fh);
 }
 
 TEST(iopKeyed, scatteredRows)
 {
     const int few[] = { 6, 0, 3, 3, 2 }, run[] = { 2, 3, 4, 5, 6 }, back[] = { 4, 3, 2, 1, 0 };
+    const int same[] = { 1, 1, 1, 1, 1 };
     forEachForm(form) {
         for (int n : { 1, 2, 3, 9 })
-            for (const int *idx : { few, run, back, (const int *) nullptr }) checkScatter(form, n, 5, idx, 7);
+            for (const int *idx : { few, run, back, same, (const int *) nullptr }) checkScatter(form, n, 5, idx, 7);
         checkScatter(form, 3, 1, few, 7);
         checkScatter(form, 3, 0, few, 1);
         checkScatter(form, 0, 3, few, 1);
@@ -239,6 +249,46 @@ TEST(iopKeyed, scatteredRowsInManyPieces)
             for (int i = 0; i < row.m; ++i) idx.push_back((int) ((i * 7919LL + 3) % row.m));
             checkScatter(form, row.n, row.m, idx.data(), row.m);
         }
+        checkScatter(form, 140000, 3, nullptr, 3);
+    }
+}
+
+/* A piece that lacks values is told by the number of its token, not by that of the table */
+TEST(iopKeyed, scatteredRowsThatEnd)
+{
+    const int m = 300000, n = 150000;
+    Ints idx((size_t) m);
+    for (int i = 0; i < m; ++i) idx[(size_t) i] = m - 1 - i;
+    Reals dest((size_t) m, -1);
+    forEachForm(form) {
+        TokenBytes all(form);
+        all.table("v", 1, m);
+        for (int i = 0; i < n; ++i) all.r(i);
+        all.write();
+        iopHd *fh = openTokens(form);
+        for (const auto scatter : { iopGetRealsIndexed, iopAddRealsIndexed }) {
+            iopRewind(fh);
+            const std::string failure = trapped([&] { scatter(fh, "v", 1, m, idx.data(), dest.data()); });
+            EXPECT_NE(failure.find(std::string("EOF in ") + form.kind), std::string::npos) << failure;
+            const int nTokens = iopGetTokens(fh);               /* the binary form counts whole pieces */
+            EXPECT_TRUE(form.binary ? nTokens > 100000 && nTokens < n + 3 : nTokens == n + 3) << nTokens;
+        }
+        EXPECT_EQ(dest[m - 1], 0);
+        EXPECT_EQ(dest[m - 1000], 2 * 999);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopKeyed, scatteredRowsAreRead)
+{
+    const int idx[] = { 0 };
+    double dest[1] = { 5 };
+    for (int form : { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED }) {
+        iopHd *fh = iopOpenFile("w", form | IOP_WRITE);
+        checkFails("file <w> is not for reading", iopGetRealsIndexed(fh, "v", 1, 1, idx, dest));
+        checkFails("file <w> is not for reading", iopAddRealsIndexed(fh, "v", 1, 1, idx, dest));
+        EXPECT_EQ(dest[0], 5);
+        iopCloseFile(fh);
     }
 }
 
@@ -252,6 +302,15 @@ TEST(iopKeyed, scatteredRowsOfOtherSizes)
         checkFails("data out of order: expected <1> found <3> ", iopGetRealsIndexed(fh, "v", 1, 2, idx, dest.data()));
         iopRewind(fh);
         checkFails("data out of order: expected <6> found <2> ", iopGetRealsIndexed(fh, "v", 3, 6, idx, dest.data()));
+        iopRewind(fh);
+        checkFails("data out of order: expected <1> found <3> ", iopAddRealsIndexed(fh, "v", 1, 2, idx, dest.data()));
+        iopRewind(fh);
+        checkFails("data out of order: expected <6> found <2> ", iopAddRealsIndexed(fh, "v", 3, 6, idx, dest.data()));
+        iopRewind(fh);
+        checkFails("data out of order: expected <w> found <v> ", iopAddRealsIndexed(fh, "w", 3, 2, idx, dest.data()));
+        EXPECT_EQ(dest, Reals(18, -1));
+        iopRewind(fh);
+        checkFails("EOF in ", iopAddRealsIndexed(fh, "v", 3, 2, idx, dest.data()));
         EXPECT_EQ(dest, Reals(18, -1));
         iopRewind(fh);
         checkFails("EOF in ", iopGetRealsIndexed(fh, "v", 3, 2, idx, dest.data()));
@@ -341,6 +400,8 @@ TEST(iopKeyed, absurdTablesThatCallerAndFileAgreeOn)
             checkFails(text, iopGetOptKeyInts(fh, "v", row.n1, row.n2, ints));
             iopRewind(fh);
             checkFails(text, iopGetRealsIndexed(fh, "v", row.n1, row.n2, idx, reals));
+            iopRewind(fh);
+            checkFails(text, iopAddRealsIndexed(fh, "v", row.n1, row.n2, idx, reals));
             iopCloseFile(fh);
         }
     }

@@ -18,6 +18,7 @@ static std::string writtenInts(int opt, int n1, int n2, int wrap)
     iopPutIntF(fh, v.data(), n1, n2, wrap);
     EXPECT_EQ(fh->nTokens, n1 * n2);
     iopCloseFile(fh);
+    if (opt & IOP_COMPRESSED) return uncompressed("w.Z");
     return testRead(opt & IOP_BINARY && !(opt & IOP_RAW) ? "w.B" : "w");
 }
 
@@ -35,17 +36,21 @@ TEST(iopWrite, integersAsText)
         { 3, 2, 0, "1 2 3 4 5 6 " }, { 3, 2, 1, "1 2 3\n4 5 6\n" }, { 1, 3, 1, "1\n2\n3\n" },
         { 0, 3, 0, "" }, { 0, 3, 1, "" }, { 3, 0, 1, "" },
     };
-    for (const auto &row : rows) EXPECT_EQ(writtenInts(IOP_ASCII, row.n1, row.n2, row.wrap), row.text);
+    for (const auto &row : rows)
+        for (int form : { IOP_ASCII, IOP_COMPRESSED })
+            EXPECT_EQ(writtenInts(form, row.n1, row.n2, row.wrap), row.text);
 }
 
 TEST(iopWrite, wrappedRowsHaveLinesOfAHundred)
 {
-    EXPECT_EQ(writtenInts(IOP_ASCII, 250, 1, 0), blanked(1, 250));
-    EXPECT_EQ(writtenInts(IOP_ASCII, 250, 1, 1),
-              blanked(1, 100) + "\n" + blanked(101, 200) + "\n" + blanked(201, 249) + "250\n");
-    EXPECT_EQ(writtenInts(IOP_ASCII, 100, 2, 1), blanked(1, 99) + "100\n" + blanked(101, 199) + "200\n");
-    EXPECT_EQ(writtenInts(IOP_ASCII, 101, 1, 1), blanked(1, 100) + "\n101\n");
-    EXPECT_EQ(writtenInts(IOP_ASCII, 200, 1, 1), blanked(1, 100) + "\n" + blanked(101, 199) + "200\n");
+    for (int form : { IOP_ASCII, IOP_COMPRESSED }) {
+        EXPECT_EQ(writtenInts(form, 250, 1, 0), blanked(1, 250));
+        EXPECT_EQ(writtenInts(form, 250, 1, 1),
+                  blanked(1, 100) + "\n" + blanked(101, 200) + "\n" + blanked(201, 249) + "250\n");
+        EXPECT_EQ(writtenInts(form, 100, 2, 1), blanked(1, 99) + "100\n" + blanked(101, 199) + "200\n");
+        EXPECT_EQ(writtenInts(form, 101, 1, 1), blanked(1, 100) + "\n101\n");
+        EXPECT_EQ(writtenInts(form, 200, 1, 1), blanked(1, 100) + "\n" + blanked(101, 199) + "200\n");
+    }
 }
 
 TEST(iopWrite, integersAsBytes)
@@ -59,7 +64,7 @@ TEST(iopWrite, whatIsWrittenReadsBack)
 {
     std::vector<int> v(5000), got(5000);
     for (int i = 0; i < 5000; ++i) v[i] = i * 429496 - INT_MAX / 2;
-    for (int form : { IOP_ASCII, IOP_BINARY }) {
+    for (int form : { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED }) {
         iopHd *fh = iopOpenFile("w", form | IOP_WRITE);
         iopPutIntF(fh, v.data(), 250, 20, 1);
         iopCloseFile(fh);
@@ -88,12 +93,14 @@ TEST(iopWrite, bytesInTheFilesOrderAndTheSourceAsItWas)
 
 TEST(iopWrite, bytesOnATextHandle)
 {
-    int v[] = { 0x41424344 };
-    iopHd *fh = iopOpenFile("w", IOP_ASCII | IOP_WRITE);
-    iopPrintLine(fh, "format %s", "binary");
-    iopPutBinInts(fh, v, 1);
-    iopCloseFile(fh);
-    EXPECT_EQ(testRead("w"), "format binary\nDCBA");
+    for (int form : { IOP_ASCII, IOP_COMPRESSED }) {
+        int v[] = { 0x41424344 };
+        iopHd *fh = iopOpenFile("w", form | IOP_WRITE);
+        iopPrintLine(fh, "format %s", "binary");
+        iopPutBinInts(fh, v, 1);
+        iopCloseFile(fh);
+        EXPECT_EQ(form == IOP_ASCII ? testRead("w") : uncompressed("w.Z"), "format binary\nDCBA");
+    }
 }
 
 TEST(iopWrite, lines)
@@ -126,16 +133,16 @@ TEST(iopWrite, linesAreForTextThatIsWritten)
 TEST(iopWrite, onlyWritableHandles)
 {
     int v[4] = { 1, 2, 3, 4 };
-    for (int form : { IOP_ASCII, IOP_BINARY }) {
+    for (int form : { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED }) {
         testWrite("r", "");
         testWrite("r.B", "QUENTA 1 2 4 6 8\n");
+        testWrite("r.Z", compressedBytes(""));
         iopHd *fh = iopOpenFile("r", form | IOP_READ);
         checkFails("file <r> is not for writing", iopPutIntF(fh, v, 2, 2, 0));
         checkFails("file <r> is not for writing", iopPutBinInts(fh, v, 2));
         iopCloseFile(fh);
         fh = iopOpenFile("r", form | IOP_READ | IOP_WRITE);
-        checkFails(std::string("unable to write <4> integers in ") + (form == IOP_ASCII ? "ascii" : "binary"),
-                   iopPutIntF(fh, v, 2, 2, 0));
+        checkFails("unable to write <4> integers " + std::string(iopFileInfo(fh)), iopPutIntF(fh, v, 2, 2, 0));
         checkFails("unable to write <2> integers in ", iopPutBinInts(fh, v, 2));
         iopCloseFile(fh);
     }
@@ -144,7 +151,7 @@ TEST(iopWrite, onlyWritableHandles)
 TEST(iopWrite, absurdCounts)
 {
     static int v[4];
-    for (int form : { IOP_ASCII, IOP_BINARY }) {
+    for (int form : { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED }) {
         iopHd *fh = iopOpenFile("w", form | IOP_WRITE);
         checkFails("invalid count <-1>; in ", iopPutIntF(fh, v, -1, 2, 0));
         checkFails("invalid count <-1>; in ", iopPutIntF(fh, v, 2, -1, 0));
