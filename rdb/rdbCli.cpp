@@ -464,6 +464,7 @@ static void madeOel(cliLine *l)
     oel->nElemNodes = memNewZ(int, n);
     oel->media      = memNewZ(int, n);
     oel->volIds     = memNewZ(int, n);
+    oel->fits       = memNewZ(int, n);
     sysFillInts(oel->nNodes, n, -1);
     if (l->cli->volumesSeen || !run->elm.n) return;
     const rdbElmSet *elm = (const rdbElmSet *) run->elm.rec[oel->parentIds[0]];

@@ -89,6 +89,7 @@ static void freeOel(void *rec)
     memFree(set->nElemNodes);
     memFree(set->media);
     memFree(set->volIds);
+    memFree(set->fits);
 }
 
 static void freeList(rdbList *list, void (*freeRec)(void *rec))
@@ -153,6 +154,11 @@ static void freeCaches(runHd *run)
     memFree(run->usrIdHash);
     memFree(run->idBuf);
     memFree(run->srfBuf);
+    memFree(run->cnnBuf);
+    rdbDropDirs(run);
+    rdbDropGrad(run);
+    rdbDropLog(&run->log);
+    rdbDropLog(&run->logNew);
     for (rdbOutInfo *&info : run->out) rdbDropOutInfo(&info);
     rdbDropReading(run);
 }

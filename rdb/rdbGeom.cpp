@@ -7,7 +7,7 @@
  * How many rows a file has is told by the client information file, and clients size their buffers by that before the
  * file itself is opened. rdbRowsFit keeps a count that the file cannot hold from getting that far.
  *
- * In this file: table files, nodes, element groups, volumes. */
+ * In this file: table files, nodes, element groups and volumes. */
 
 #include "rdb/rdbInt.h"
 
@@ -50,8 +50,15 @@ static void readPartHead(iopHd *fh)
 int rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, int nRows, int nCols, int part,
                  int *ints, double *reals)
 {
+    iopHd *fh = rdbOpenDataFile(hd, file, iopGetFileOpt(file));
+    return rdbReadOpenTable(hd, function, fh, nParts, nRows, nCols, part, ints, reals);
+}
+
+int rdbReadOpenTable(rdbHd *hd, const char *function, iopHd *fh, int nParts, int nRows, int nCols, int part,
+                     int *ints, double *reals)
+{
     const int width = part == nParts - 1 ? nCols - part : 1;
-    iopHd    *fh = rdbHoldFile(hd, rdbOpenDataFile(hd, file, iopGetFileOpt(file)));
+    rdbHoldFile(hd, fh);
     readHead(hd, fh, function, nParts, nRows, nCols);
     for (int p = 0; p < part; ++p) {
         readPartHead(fh);
@@ -68,15 +75,24 @@ int rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, 
    reported by whoever reads it. */
 static const int64_t smallTable = 16 << 20;
 
+/* How many rows a file on the disk could hold */
+static int64_t mostRows(const char *name, int form, int nInts, int nReals)
+{
+    const int64_t row = (int64_t) nInts * iopLeastBytes(form, 4) + (int64_t) nReals * iopLeastBytes(form, 8);
+    return iopMostBytes(form, iopFileSize(name)) / row;
+}
+
+/* Of two files of that name, one in a container, a getter may read either. */
 int rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, int *fits)
 {
     if (*fits || !file) return 1;
-    const int form = iopGetFileOpt(file);
     if (nRows < 0 || nInts < 0 || nReals < 0) return rdbFail("file <%s> cannot hold %d rows", file, nRows);
     const int64_t inMemory = (int64_t) nInts * 4 + (int64_t) nReals * 8;
-    const int64_t onDisk = form & IOP_BINARY ? inMemory : ((int64_t) nInts + nReals) * 2;
-    if (!(form & (IOP_ASCII | IOP_BINARY)) || inMemory == 0 || nRows <= smallTable / inMemory) return 1;
-    if (nRows > iopFileSize(file) / onDisk) return rdbFail("file <%s> cannot hold %d rows", file, nRows);
+    if (inMemory == 0 || nRows <= smallTable / inMemory) return 1;
+    char      name[SYS_TEXT];
+    const int form = iopGetFileOpt(file), diskForm = rdbDiskName(hd, file, form, name);
+    if (nRows > mostRows(name, diskForm, nInts, nReals) && nRows > mostRows(file, form, nInts, nReals))
+        return rdbFail("file <%s> cannot hold %d rows", file, nRows);
     *fits = 1;
     return 1;
 }
@@ -110,24 +126,17 @@ RDB_GETTER(rdb_crd)    { return getNodePart(hd, "rdb_crd", 1, NULL, (double *) d
 
 }
 
-/* ------------------------------------------------------------------------------- what groups and volumes share */
-
-/* The columns of a file with n nodes per element. No file has as many as there could be: no overflow. */
-static int elemCols(int nElemNodes)
-{
-    return nElemNodes < INT_MAX ? nElemNodes + 1 : INT_MAX;
-}
+/* --------------------------------------------------------------------------------- element groups and volumes */
 
 static int getNElems(rdbHd *hd, const char *file, int nElems, int nElemNodes, int *fits, void *data)
 {
-    return rdbRowsFit(hd, file, nElems, elemCols(nElemNodes), 0, fits) && rdbPutInt(data, nElems);
+    return rdbRowsFit(hd, file, nElems, nElemNodes + 1, 0, fits) && rdbPutInt(data, nElems);
 }
 
 static int getElemPart(rdbHd *hd, const char *function, const char *file, int nElems, int nElemNodes, int part,
                        void *data)
 {
-    return getPart(hd, function, file, "connectivity file not found", nElems, elemCols(nElemNodes), part, (int *) data,
-                   NULL);
+    return getPart(hd, function, file, "connectivity file not found", nElems, nElemNodes + 1, part, (int *) data, NULL);
 }
 
 static int clipped(int64_t n)
@@ -148,89 +157,50 @@ static int getSdIds(rdbHd *hd, int64_t first, int n, void *data)
     return 1;
 }
 
-/* ----------------------------------------------------------------------------------------------- element groups */
+/* The two have records of their own, in which what they share has the same name */
+#define ELEM_SETS(Fam, fam, record)                                                                                   \
+    static record *fam(rdbHd *hd, int i) { return (record *) hd->run->fam.rec[i]; }                                   \
+    static int64_t fam##ElemsBefore(rdbHd *hd, int n)                                                                 \
+    {                                                                                                                 \
+        int64_t sum = 0;                                                                                              \
+        for (int i = 0; i < n; ++i) sum += fam(hd, i)->nElems;                                                        \
+        return sum;                                                                                                   \
+    }                                                                                                                 \
+    static int fam##Part(rdbHd *hd, const char *function, int i, int part, void *data)                                \
+    {                                                                                                                 \
+        const record *set = fam(hd, i);                                                                               \
+        return getElemPart(hd, function, set->file, set->nElems, set->nElemNodes, part, data);                        \
+    }                                                                                                                 \
+    extern "C" {                                                                                                      \
+    RDB_GETTER(rdb_n##Fam##s)         { return rdbPutInt(data, hd->run->fam.n); }                                     \
+    RDB_GETTER(rdb_##fam##Name)       { return rdbPutText(data, fam(hd, i1)->name); }                                 \
+    RDB_GETTER(rdb_##fam##Type)       { return rdbPutInt(data, fam(hd, i1)->type); }                                  \
+    RDB_GETTER(rdb_n##Fam##ElemNodes) { return rdbPutInt(data, fam(hd, i1)->nElemNodes); }                            \
+    RDB_GETTER(rdb_##fam##UsrIds)     { return fam##Part(hd, "rdb_" #fam "UsrIds", i1, 0, data); }                    \
+    RDB_GETTER(rdb_##fam##Cnn)        { return fam##Part(hd, "rdb_" #fam "Cnn", i1, 1, data); }                       \
+    RDB_GETTER(rdb_##fam##SdIds)      { return getSdIds(hd, fam##ElemsBefore(hd, i1), fam(hd, i1)->nElems, data); }   \
+    RDB_GETTER(rdb_n##Fam##Elems)                                                                                     \
+    {                                                                                                                 \
+        record *set = fam(hd, i1);                                                                                    \
+        return getNElems(hd, set->file, set->nElems, set->nElemNodes, &set->fits, data);                              \
+    }                                                                                                                 \
+    }
+ELEM_SETS(Elm, elm, rdbElmSet)
+ELEM_SETS(Vol, vol, rdbVolSet)
 
-static rdbElmSet *elm(rdbHd *hd, int i) { return (rdbElmSet *) hd->run->elm.rec[i]; }
-
+/* what groups alone have */
 extern "C" {
 
-RDB_GETTER(rdb_nElms)         { return rdbPutInt(data, hd->run->elm.n); }
-RDB_GETTER(rdb_elmName)       { return rdbPutText(data, elm(hd, i1)->name); }
-RDB_GETTER(rdb_elmType)       { return rdbPutInt(data, elm(hd, i1)->type); }
-RDB_GETTER(rdb_elmMedium)     { return rdbPutInt(data, elm(hd, i1)->medium); }
-RDB_GETTER(rdb_elmQuad)       { return rdbPutInt(data, elm(hd, i1)->quad); }
-RDB_GETTER(rdb_elmShlThick)   { return rdbPutReal(data, elm(hd, i1)->shlThick); }
-RDB_GETTER(rdb_elmRffId)      { return rdbPutInt(data, elm(hd, i1)->rffId); }
-RDB_GETTER(rdb_nElmElemNodes) { return rdbPutInt(data, elm(hd, i1)->nElemNodes); }
-RDB_GETTER(rdb_nElmVols)      { return rdbPutInt(data, elm(hd, i1)->nVols); }
+RDB_GETTER(rdb_elmMedium)   { return rdbPutInt(data, elm(hd, i1)->medium); }
+RDB_GETTER(rdb_elmQuad)     { return rdbPutInt(data, elm(hd, i1)->quad); }
+RDB_GETTER(rdb_elmShlThick) { return rdbPutReal(data, elm(hd, i1)->shlThick); }
+RDB_GETTER(rdb_elmRffId)    { return rdbPutInt(data, elm(hd, i1)->rffId); }
+RDB_GETTER(rdb_nElmVols)    { return rdbPutInt(data, elm(hd, i1)->nVols); }
 
 RDB_GETTER(rdb_elmVolIds)
 {
     sysCopyInts(elm(hd, i1)->volIds, (int *) data, elm(hd, i1)->nVols);
     return 1;
-}
-
-RDB_GETTER(rdb_nElmElems)
-{
-    rdbElmSet *set = elm(hd, i1);
-    return getNElems(hd, set->file, set->nElems, set->nElemNodes, &set->fits, data);
-}
-
-RDB_GETTER(rdb_elmUsrIds)
-{
-    const rdbElmSet *set = elm(hd, i1);
-    return getElemPart(hd, "rdb_elmUsrIds", set->file, set->nElems, set->nElemNodes, 0, data);
-}
-
-RDB_GETTER(rdb_elmCnn)
-{
-    const rdbElmSet *set = elm(hd, i1);
-    return getElemPart(hd, "rdb_elmCnn", set->file, set->nElems, set->nElemNodes, 1, data);
-}
-
-RDB_GETTER(rdb_elmSdIds)
-{
-    int64_t first = 0;
-    for (int i = 0; i < i1; ++i) first += elm(hd, i)->nElems;
-    return getSdIds(hd, first, elm(hd, i1)->nElems, data);
-}
-
-}
-
-/* ------------------------------------------------------------------------------------------------------ volumes */
-
-static rdbVolSet *vol(rdbHd *hd, int i) { return (rdbVolSet *) hd->run->vol.rec[i]; }
-
-extern "C" {
-
-RDB_GETTER(rdb_nVols)         { return rdbPutInt(data, hd->run->vol.n); }
-RDB_GETTER(rdb_volName)       { return rdbPutText(data, vol(hd, i1)->name); }
-RDB_GETTER(rdb_volType)       { return rdbPutInt(data, vol(hd, i1)->type); }
-RDB_GETTER(rdb_nVolElemNodes) { return rdbPutInt(data, vol(hd, i1)->nElemNodes); }
-
-RDB_GETTER(rdb_nVolElems)
-{
-    rdbVolSet *set = vol(hd, i1);
-    return getNElems(hd, set->file, set->nElems, set->nElemNodes, &set->fits, data);
-}
-
-RDB_GETTER(rdb_volUsrIds)
-{
-    const rdbVolSet *set = vol(hd, i1);
-    return getElemPart(hd, "rdb_volUsrIds", set->file, set->nElems, set->nElemNodes, 0, data);
-}
-
-RDB_GETTER(rdb_volCnn)
-{
-    const rdbVolSet *set = vol(hd, i1);
-    return getElemPart(hd, "rdb_volCnn", set->file, set->nElems, set->nElemNodes, 1, data);
-}
-
-RDB_GETTER(rdb_volSdIds)
-{
-    int64_t first = 0;
-    for (int i = 0; i < i1; ++i) first += vol(hd, i)->nElems;
-    return getSdIds(hd, first, vol(hd, i1)->nElems, data);
 }
 
 }

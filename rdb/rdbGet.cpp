@@ -84,7 +84,8 @@ static int answer(rdbHd *hd, const rdbKeyRow *parent, const char *key, void *dat
 {
     const rdbKeyRow *row = rdbFindKey(key);
     if (!row) return rdbFail("%s not found", key);
-    if (row->needsRun && !hd->run) return rdbFail("run not opened");
+    /* a failure that jumped out of rdbOpenRun has left a run in which much is still missing */
+    if (row->needsRun && (!hd->run || hd->run->cli)) return rdbFail("run not opened");
     if (row->type != type) return rdbFail("%s has type %d not %d", key, row->type, type);
     if (nIdx != ANY && nIdx != row->nIdx) return rdbFail("%s requires %d indices not %d", key, row->nIdx, nIdx);
 

@@ -219,28 +219,34 @@ int rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var)
 
 /* ------------------------------------------------------------------------------------------------ the catalogue */
 
-/* Bytes of a step's files together, and the least that a real takes in them; 0 where the size on disk tells nothing,
-   as where a part is missing. A run without subdomains has the parts that are there. */
-static int64_t stepSize(rdbHd *hd, const rdbOutFam *fam, const char *base, int *realSize)
+/* The most reals that a file could hold */
+static int64_t mostReals(rdbHd *hd, const char *path, int opt)
 {
-    char path[SYS_TEXT + 8];
+    char      name[SYS_TEXT];
+    const int form = rdbDiskName(hd, path, opt, name);
+    return iopMostBytes(form, iopFileSize(name)) / iopLeastBytes(form, sizeof(double));
+}
+
+/* The same of a step's files together; -1 where their size tells nothing, since a part is missing. A run without
+   subdomains has the parts that are there. */
+static int64_t stepReals(rdbHd *hd, const rdbOutFam *fam, const char *base)
+{
+    char path[SYS_TEXT];
     int  merged;
     int  opt = rdbFindFormFile(hd, base, fam->ext, path, &merged);
-    *realSize = opt & IOP_BINARY ? 8 : opt & IOP_ASCII ? 2 : 0;
-    if (*realSize == 0) return 0;
-    if (merged) return iopFileSize(strcat(path, rdbFormSuffix(opt)));
+    if (!opt || merged) return opt ? mostReals(hd, path, opt) : -1;
     const int nSds = hd->run->nSds;
-    int64_t   size = 0;
+    int64_t   n = 0;
     for (int p = 0; nSds < 1 || p < nSds; ++p) {
         char name[SYS_TEXT];
         rdbFormat(name, "%s%d.%s", base, p, fam->ext);
         opt = rdbFindFile(hd, name);
-        if (!opt && nSds > 0) *realSize = 0;
-        if (!opt) break;
-        rdbFormat(path, "%s/%s%s", hd->dir, name, rdbFormSuffix(opt));
-        size += iopFileSize(path);
+        if (!opt) return nSds > 0 ? -1 : n;
+        rdbFormat(path, "%s/%s", hd->dir, name);
+        const int64_t more = mostReals(hd, path, opt);
+        n = more < INT64_MAX - n ? n + more : INT64_MAX;
     }
-    return size;
+    return n;
 }
 
 /* A client sizes its arrays by width times nodes. Widths up to this are taken as they come: a step that is still being
@@ -252,9 +258,8 @@ static int widthFits(rdbHd *hd, const rdbOutFam *fam, int width, const char *bas
 {
     const int64_t n = (int64_t) width * hd->run->nNodes;
     if (width <= usualWidth || n <= smallArray) return width >= 0;
-    int           realSize;
-    const int64_t size = stepSize(hd, fam, base, &realSize);
-    return realSize == 0 || n <= size / realSize;
+    const int64_t most = stepReals(hd, fam, base);
+    return most < 0 || n <= most;
 }
 
 /* The count that the file would give to a variable of the list must be one that its files can hold */

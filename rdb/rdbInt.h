@@ -8,6 +8,9 @@
  * getters fill on first use. Everything in a record is owned by it unless its comment says otherwise; null, or a
  * count of -1, means not there yet, and closing knows that state. */
 
+#include <sys/types.h>
+#include <time.h>
+
 #include "base/dic.h"
 #include "base/mem.h"
 #include "base/sys.h"
@@ -117,6 +120,7 @@ typedef struct rdbSrfSet {        /* all sixteen families */
 typedef struct rdbNodeSet {       /* NBC, ZBC, PBC */
     char *name, *file;
     int   nRows, number, width;
+    int   fits;                   /* as in rdbVolSet                         */
 } rdbNodeSet;
 
 typedef struct rdbRecSet {        /* TMF, MMO, FBD (nModes in number), DOP, OTH (nNodes in number) */
@@ -145,7 +149,7 @@ typedef struct rdbOutMesh {       /* OSA, OEA, OFS, OVS + VAS, OVE + VAE */
 typedef struct rdbOel {           /* OEL, OEL.VOL: arrays of nVols entries   */
     char  *name;
     char **files;
-    int   *nElems, *nNodes, *parentIds, *types, *nElemNodes, *media, *volIds;
+    int   *nElems, *nNodes, *parentIds, *types, *nElemNodes, *media, *volIds, *fits;
     int    flag, quad;
     int    nVols, nRead;          /* entries announced, entries read         */
 } rdbOel;
@@ -180,6 +184,48 @@ enum {                                                      /* caches of runHd, 
 };
 
 typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbOut.cpp */
+
+typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
+    int     nMesh, nNodes;        /* nodes of the mesh, of the set           */
+    double *crd, *sums;           /* nMesh rows of 3                         */
+    int    *nodes;                /* nNodes positions in the mesh            */
+    int    *cnn;                  /* the same for each node of each surface  */
+    int    *turns;                /* nMesh                                   */
+} rdbDirs;
+
+typedef struct rdbGrad {          /* work arrays while rdbGrad.cpp works */
+    double *crd;                  /* a row of 3 for each node                */
+    double *values, *grad;        /* of the variable, of the velocity: a row for each node */
+    double *weight;               /* one for each node                       */
+    double *detW, *points;        /* of the points of a block of elements    */
+    double *elemValues;           /* the variable at the nodes of a block    */
+    double *row;                  /* of a point                              */
+    double *dest;                 /* the answer; not owned                   */
+    int     dim;                  /* of the variable                         */
+    double  timeInc;
+} rdbGrad;
+
+typedef struct rdbLogInfo {       /* the time steps of the run's log         */
+    int     nSteps, cap;
+    int    *steps;
+    double *times, *timeIncs;
+} rdbLogInfo;
+
+enum { RDB_N_EXT_SOURCES = 12 };
+
+typedef struct rdbExtInfo {       /* the extended list                       */
+    int    counts[RDB_N_EXT_SOURCES];
+    int    nNames, built;         /* entries there; all are                  */
+    char **names;
+    int   *dims;
+} rdbExtInfo;
+
+typedef struct rdbExtWork {       /* work arrays while rdbExt.cpp brings sets to the nodes */
+    double *weights;              /* of each node of the mesh                */
+    int    *nodes;                /* of a set                                */
+    double *values, *weighting;   /* of a variable, of variable 0, at these  */
+    double *times;                /* of a set                                */
+} rdbExtWork;
 
 /* ------------------------------------------------------------------------------------------------------- the run */
 
@@ -228,6 +274,12 @@ typedef struct runHd {
     iopHd *reading;               /* the file that a getter reads now, or that one left by a jump  */
     int   *idBuf;                 /* user ids on their way into a hash                             */
     int   *srfBuf;                /* a surface set's connectivity or ids while a getter works      */
+    int   *cnnBuf;                /* an output element set's connectivity meanwhile                */
+    rdbDirs dirs;
+    rdbGrad grad;
+    rdbExtInfo *ext;              /* null until asked for                                          */
+    rdbExtWork extWork;
+    rdbLogInfo *log, *logNew;     /* null until asked for; the one that is being read              */
     rdbCli *cli;                  /* null when rdbOpenRun is through                               */
 } runHd;
 
@@ -269,6 +321,15 @@ typedef struct rdbOutHead {       /* a header as read                         */
     int    counts[RDB_MAX_OUT_HDR];   /* by row of the header table           */
 } rdbOutHead;
 
+/* Which file it is: its place, its size and its last change. The time of the contents can be put back; the time of the
+   record of the file cannot. */
+typedef struct rdbFileId {
+    dev_t           dev;
+    ino_t           ino;
+    off_t           size;
+    struct timespec changed, recordChanged;
+} rdbFileId;
+
 struct rdbHd {
     int     magic;
     char   *problem, *dir, *pdir, *savedCwd;
@@ -277,10 +338,11 @@ struct rdbHd {
     int     nFiles, nRunFiles, nAuxFiles, nUndefFiles;
     char  **files;                /* run files, auxiliary files, the rest; each part sorted by bytes */
     char  **auxFiles, **undefFiles;
-    dic    *fileDic;              /* name to open container, or 0 */
+    dic    *fileDic;              /* name of a container's file to the container's handle */
     int     nContainers;
-    char  **containerNames;
-    iopHd **containers;
+    char  **containerNames;       /* the names are those in `files`           */
+    iopHd **containers;           /* null: not open                           */
+    rdbFileId *containerIds;      /* just before they were opened             */
     int     nRuns, maxRunId;
     int    *runIds, *runIdHash;
     int     nTruns, maxTrunId, trunId;
@@ -311,7 +373,8 @@ const rdbKeyRow *rdbFindKey(const char *name);
 
 /* rdbUpdate.cpp: reads the directory: its files, the runs and trace runs in it. 1; what fails does not return */
 int  rdbUpdateDir(rdbHd *hd);
-void rdbDropFiles(rdbHd *hd);          /* forgets all names of files; runs and trace runs stay */
+/* Closes the containers, what the open run has open first, and forgets all names of files; runs and trace runs stay */
+void rdbDropFiles(rdbHd *hd);
 
 /* rdbCli.cpp, rdbSets.cpp: the client information file */
 char *rdbNewCliFile(rdbHd *hd, const char *token);
@@ -329,6 +392,32 @@ void  rdbSetTopologies(rdbHd *hd);
 
 /* rdbSrf.cpp */
 extern const rdbSrfFam rdbSrfFams[RDB_N_SRF_FAMS];
+/* How many distinct nodes a set has, and the nodes of each of its surfaces as its element has them: nSrfNodes per
+   surface, user ids. Failures carry the name of the getter of `key`. 1, or 0 and the error text. */
+int    rdbNSrfNodes(rdbHd *hd, const char *key, int fam, int i, int *n);
+int    rdbGetSrfCnn(rdbHd *hd, const char *key, int fam, int i, int *cnn);
+/* Keeps a count of distinct nodes, -1 until now, that was made again. With a dest, which the caller sized by the kept
+   count, a file that has changed since does not return: "Inconsistent nNodes <%d> vs <%d>". */
+void   rdbKeepNodeCount(const char *function, int *kept, int nNodes, const int *dest);
+
+/* rdbGrad.cpp: nodal arrays computed from an output step; aux: 0 volume, 1 strain rate, 2 velocity magnitude, 3
+   vorticity, 4 CFL number. 1, or 0 and the error text. */
+int    rdbGetOutAux(rdbHd *hd, int aux, int iStep, double *dest);
+void   rdbDropGrad(runHd *run);
+
+/* rdbExt.cpp. `name` begins a family's keys ("ora"); dest: nNodes rows of the variable's width; outIdx: position in
+   outSteps; rows and cols: the room in dest, whose product counts. 1, also if there is nothing at that step; or 0 and
+   the error text. The first for a family with steps, the second for one of surface sets. */
+int    rdbGetOutStepValues(rdbHd *hd, const char *name, double *dest, int var, int outIdx, int rows, int cols);
+int    rdbGetSetValuesAtNodes(rdbHd *hd, const char *name, double *dest, int var, int outIdx, int rows, int cols);
+void   rdbDropExtInfo(runHd *run);
+void   rdbDropExt(runHd *run);
+
+/* rdbLog.cpp */
+void   rdbDropLog(rdbLogInfo **log);
+
+/* rdbDirs.cpp */
+void   rdbDropDirs(runHd *run);
 
 /* rdbUtil.cpp: files of the directory, decomposition, user ids */
 
@@ -340,15 +429,24 @@ int    rdbFindFile(rdbHd *hd, const char *name);
 int    rdbFindFormFile(rdbHd *hd, const char *base, const char *ext, char *path, int *merged);
 /* The same, opened: the caller's, or null and the error text. May not return, as the other openings. */
 iopHd *rdbOpenFormFile(rdbHd *hd, const char *base, const char *ext, int *merged);
-/* Opens a path; opt: form bit and the rest of the option word. rdbOpenReadFile adds IOP_READ. */
+/* Opens a path: from the container that has a file of its last component, whatever the directory in front; else from
+   the disk, in the form of opt. opt: form bit and the rest of the option word. rdbOpenReadFile adds IOP_READ. */
 iopHd *rdbOpenDirFile(rdbHd *hd, const char *path, int opt);
 iopHd *rdbOpenReadFile(rdbHd *hd, const char *path, int opt);
+/* The same, but what lies on the disk goes before what a container has: for surface sets' files. rdbOpenListedFile does
+   so for a name of the directory without suffix, in whatever form it is listed; null if it is not. */
+iopHd *rdbOpenDiskFile(rdbHd *hd, const char *path, int opt);
+iopHd *rdbOpenListedFile(rdbHd *hd, const char *name);
+/* The file on the disk that rdbOpenDirFile reads from: the container's, or that of the path. name: SYS_TEXT bytes.
+   Gives its form bit. */
+int    rdbDiskName(rdbHd *hd, const char *path, int opt, char *name);
+/* What tells a file on the disk from another one, or from itself after a change; 0 if there is none of that name */
+int    rdbLookAt(const char *name, rdbFileId *id);
+int    rdbSameFile(const rdbFileId *a, const rdbFileId *b);
 /* Opens a name of the directory to read, in the form of the run's data files, and waits long for it */
 iopHd *rdbOpenRunFile(rdbHd *hd, const char *name);
 /* A name or path of at most SYS_TEXT bytes. One that is cut is no file's: names on disk are far shorter. */
 void   rdbFormat(char *text, const char *format, ...) __attribute__((format(printf, 2, 3)));
-/* The form's suffix on disk: ".B" for IOP_BINARY, "" for text */
-const char *rdbFormSuffix(int opt);
 
 /* A getter's own file, which the run holds while it is read: a read that jumps out then loses nothing, since the next
    one, or closing the run, closes the file. One file at a time. rdbHoldFile returns fh. */
@@ -377,6 +475,9 @@ iopHd *rdbOpenDataFile(rdbHd *hd, const char *name, int form);
    fit does not return, with `function` as the failure's function name. */
 int    rdbReadTable(rdbHd *hd, const char *function, const char *file, int nParts, int nRows, int nCols, int part,
                     int *ints, double *reals);
+/* The same of a file that was opened before, which is closed */
+int    rdbReadOpenTable(rdbHd *hd, const char *function, iopHd *fh, int nParts, int nRows, int nCols, int part,
+                        int *ints, double *reals);
 /* A count of rows that its file cannot hold is refused before anybody sizes a buffer by it: 1, or 0 and the error text.
    A row has nInts integers and nReals reals. Small tables are taken as they come, and null, which is no file, refuses
    nothing. *fits remembers that the file was looked at and holds them. */

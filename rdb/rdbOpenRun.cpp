@@ -19,10 +19,14 @@ static int isListed(const rdbHd *hd, int runId)
     return !missing && i >= 0 && i < hd->nRuns && hd->runIds[i] == runId;
 }
 
+/* `cli` marks a run that is not open yet: the handle never has one without it. */
 static void newRun(rdbHd *hd, int runId)
 {
-    runHd *run = hd->run = memNewZ(runHd, 1);
-    run->runId  = runId;
+    rdbCli *cli = memNewZ(rdbCli, 1);
+    runHd  *run = memNewZ(runHd, 1);
+    run->cli    = cli;
+    run->runId  = hd->runId = runId;
+    hd->run     = run;
     run->opt    = IOP_BINARY;
     run->nSpecs = run->nFields = run->nFilms = run->nAoutVecs = run->nDODirs = -1;
     run->rstFromRunId = run->rstFromStep = -1;
@@ -56,7 +60,7 @@ static iopHd *openCli(rdbHd *hd)
 {
     char path[SYS_TEXT];
     snprintf(path, sizeof path, "%s/%s.%d.cli", hd->dir, hd->problem, hd->runId);
-    rdbCli *cli = hd->run->cli = memNewZ(rdbCli, 1);
+    rdbCli *cli = hd->run->cli;
     iopHd  *fh = rdbHoldFile(hd, iopOpenFile(path, IOP_READ | IOP_ASCII));
 
     const int64_t longest = longestLine(path);
@@ -81,7 +85,6 @@ int rdbOpenRun(rdbHd *hd, int runId)
     if (hd->run) rdbCloseRun(hd);
 
     rdbEnter(hd);
-    hd->runId = runId;
     newRun(hd, runId);
     iopHd *fh = openCli(hd);
     readPass(hd, fh, 1);

@@ -22,23 +22,13 @@
 #include <limits.h>
 #include <string.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <time.h>
-
-/* Which file it was: its place, its size and its last change. The time of the contents can be put back; the time of
-   the record of the file cannot. */
-typedef struct fileId {
-    dev_t           dev;
-    ino_t           ino;
-    off_t           size;
-    struct timespec changed, recordChanged;
-} fileId;
 
 typedef struct stepFile {
     iopHd *fh;                    /* null: not open                                              */
     int    opt;                   /* form; 0: not listed                                         */
     int    known;                 /* `id` tells the file that the places of its parts are of     */
-    fileId id;
+    rdbFileId id;                 /* of what lies on the disk: the container's, if it is in one  */
 } stepFile;
 
 typedef struct keyPlace {
@@ -177,35 +167,16 @@ static int listFiles(rdbHd *hd, rdbStepFiles *st)
     return all;
 }
 
-static int lookAt(const char *path, int opt, fileId *id)
+static int lookAt(rdbHd *hd, const char *path, int opt, rdbFileId *id)
 {
-    char        name[SYS_TEXT];
-    struct stat st;
-    rdbFormat(name, "%s%s", path, rdbFormSuffix(opt));
-    memset(id, 0, sizeof *id);
-    if (stat(name, &st) != 0) return 0;
-    id->dev = st.st_dev;
-    id->ino = st.st_ino;
-    id->size = st.st_size;
-    id->changed = st.st_mtim;
-    id->recordChanged = st.st_ctim;
-    return 1;
-}
-
-static int sameTime(const struct timespec *a, const struct timespec *b)
-{
-    return a->tv_sec == b->tv_sec && a->tv_nsec == b->tv_nsec;
-}
-
-static int sameId(const fileId *a, const fileId *b)
-{
-    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && sameTime(&a->changed, &b->changed) &&
-           sameTime(&a->recordChanged, &b->recordChanged);
+    char name[SYS_TEXT];
+    rdbDiskName(hd, path, opt, name);
+    return rdbLookAt(name, id);
 }
 
 /* The time of the last change tells one change from the next only after a while: a tenth of a second, or two where
    the file system counts whole seconds. Until then a file could change again unseen. */
-static int isSettled(const fileId *id)
+static int isSettled(const rdbFileId *id)
 {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
@@ -214,13 +185,12 @@ static int isSettled(const fileId *id)
 }
 
 /* Opens file f, of which nothing is known. What is looked at before the open is at worst an older state than the one
-   that is read, which shows at the next look. Compressed files are not kept: going back in one means to decode it
-   again or to hold all of it. */
+   that is read, which shows at the next look. A file in which going back means to decode it again is not kept. */
 static void openNew(rdbHd *hd, stepFile *file, const char *path)
 {
-    const int there = lookAt(path, file->opt, &file->id);
+    const int there = lookAt(hd, path, file->opt, &file->id);
     file->fh = rdbOpenReadFile(hd, path, file->opt);
-    file->known = there && isSettled(&file->id) && !(file->opt & IOP_COMPRESSED);
+    file->known = there && isSettled(&file->id) && iopGoesBack(file->fh);
 }
 
 /* Opens again a file of which only the places stayed. It may have become another one just before that: only if it
@@ -228,9 +198,9 @@ static void openNew(rdbHd *hd, stepFile *file, const char *path)
 static void openAgain(rdbHd *hd, rdbStepFiles *st, int f, const char *path)
 {
     stepFile *file = &st->files[f];
-    fileId    id;
+    rdbFileId id;
     file->fh = rdbOpenReadFile(hd, path, file->opt);
-    if (!lookAt(path, file->opt, &id) || !sameId(&id, &file->id)) forgetParts(st, f);
+    if (!lookAt(hd, path, file->opt, &id) || !rdbSameFile(&id, &file->id)) forgetParts(st, f);
 }
 
 /* Opens file f of the step, unless it is open and still the same. An open one may have been written while it was read
@@ -239,9 +209,9 @@ static stepFile *openFile(rdbHd *hd, rdbStepFiles *st, int f)
 {
     stepFile *file = &st->files[f];
     char      path[SYS_TEXT];
-    fileId    id;
+    rdbFileId id;
     partPath(hd, st, f, path);
-    if (!file->known || !lookAt(path, file->opt, &id) || !sameId(&id, &file->id)) forgetFile(st, f);
+    if (!file->known || !lookAt(hd, path, file->opt, &id) || !rdbSameFile(&id, &file->id)) forgetFile(st, f);
     if (file->fh) iopRewind(file->fh);
     else if (file->known) openAgain(hd, st, f, path);
     else openNew(hd, file, path);

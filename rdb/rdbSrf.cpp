@@ -31,11 +31,17 @@ static const char *getterName(const char *key)
     return name;
 }
 
+static iopHd *openSet(rdbHd *hd, const rdbSrfSet *set)
+{
+    return rdbOpenDiskFile(hd, set->file, iopGetFileOpt(set->file));
+}
+
 /* Reads a part of the set's file for the getter of `key`: 0 if the set has no file. */
 static int readPart(rdbHd *hd, const char *key, int fam, const rdbSrfSet *set, int part, int *dest)
 {
     if (!set->file) return rdbFail("%s", rdbSrfFams[fam].noFile);
-    return rdbReadTable(hd, getterName(key), set->file, N_PARTS, set->nSrfs, set->nSrfNodes + 2, part, dest, NULL);
+    return rdbReadOpenTable(hd, getterName(key), openSet(hd, set), N_PARTS, set->nSrfs, set->nSrfNodes + 2, part, dest,
+                            NULL);
 }
 
 static int getPart(rdbHd *hd, const char *key, void *data, int fam, int i, int part)
@@ -53,7 +59,7 @@ static int *newSrfBuf(rdbHd *hd, int fam, const rdbSrfSet *set, int width)
         rdbSetError("%s", rdbSrfFams[fam].noFile);
         return NULL;
     }
-    rdbHoldFile(hd, rdbOpenDataFile(hd, set->file, iopGetFileOpt(set->file)));
+    rdbHoldFile(hd, openSet(hd, set));
     rdbCloseHeld(hd);
     if (!rdbRowsFit(hd, set->file, set->nSrfs, set->nSrfNodes + 2, 0, &fits)) return NULL;
     memFree(run->srfBuf);
@@ -68,12 +74,10 @@ static int dropSrfBuf(rdbHd *hd, int result)
 
 /* ----------------------------------------------------------------------------------------------- distinct nodes */
 
-/* A file that has changed since its nodes were counted could overrun the caller's array */
-static void keepNodeCount(const char *key, rdbSrfSet *set, int nNodes, const int *dest)
+void rdbKeepNodeCount(const char *function, int *kept, int nNodes, const int *dest)
 {
-    if (dest && set->nNodes >= 0 && nNodes != set->nNodes)
-        sysFailIn(getterName(key), "Inconsistent nNodes <%d> vs <%d>", nNodes, set->nNodes);
-    set->nNodes = nNodes;
+    if (dest && *kept >= 0 && nNodes != *kept) sysFailIn(function, "Inconsistent nNodes <%d> vs <%d>", nNodes, *kept);
+    *kept = nNodes;
 }
 
 /* The sorted distinct nodes of the connectivity, or with a null dest their count alone */
@@ -84,7 +88,7 @@ static int cnnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
     if (n > INT_MAX) return rdbFail("%s has too many surfaces <%d>", key, set->nSrfs);
     int *cnn = newSrfBuf(hd, fam, set, set->nSrfNodes);
     if (!cnn || !readPart(hd, key, fam, set, CNN, cnn)) return dropSrfBuf(hd, 0);
-    keepNodeCount(key, set, sysSortUniqueInts(cnn, (int) n), dest);
+    rdbKeepNodeCount(getterName(key), &set->nNodes, sysSortUniqueInts(cnn, (int) n), dest);
     if (dest) sysCopyInts(cnn, dest, set->nNodes);
     return dropSrfBuf(hd, 1);
 }
@@ -93,29 +97,28 @@ static int cnnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
 static int osnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
 {
     const runHd *run = hd->run;
-    char name[SYS_TEXT], path[SYS_TEXT];
-    snprintf(name, sizeof name, "%s.%d_%d.osn", hd->problem, run->runId, i);
-    snprintf(path, sizeof path, "%s/%s.%d_%d.osn", hd->dir, hd->problem, run->runId, i);
-    const int opt = rdbFindFile(hd, name);
-    if (!opt) return rdbFail(".osn file not found");
+    char name[SYS_TEXT];
+    int  nSds, nNodes;
+    rdbFormat(name, "%s.%d_%d.osn", hd->problem, run->runId, i);
+    iopHd *fh = rdbOpenListedFile(hd, name);
+    if (!fh) return rdbFail(".osn file not found");
 
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, opt));
-    int    nSds, nNodes;
+    rdbHoldFile(hd, fh);
     iopGetKeyInt(fh, "nSds", &nSds);
     if (nSds != run->nSds) sysFailIn(getterName(key), "Incosistent nSds; <%d> vs. <%d>", nSds, run->nSds);
     iopGetKeyInt(fh, "nNodes", &nNodes);
     iopNeed(fh, nNodes, 'i');
-    keepNodeCount(key, srfSet(hd, fam, i), nNodes, dest);
+    rdbKeepNodeCount(getterName(key), &srfSet(hd, fam, i)->nNodes, nNodes, dest);
     if (dest) iopGetKeyInts(fh, "usrIds", 1, nNodes, dest);
     rdbCloseHeld(hd);
     return 1;
 }
 
-static int getNNodes(rdbHd *hd, const char *key, void *data, int fam, int i)
+int rdbNSrfNodes(rdbHd *hd, const char *key, int fam, int i, int *n)
 {
     const rdbSrfSet *set = srfSet(hd, fam, i);
     if (set->nNodes < 0 && !rdbSrfFams[fam].nodes(hd, key, fam, i, NULL)) return 0;
-    *(int *) data = set->nNodes;
+    *n = set->nNodes;
     return 1;
 }
 
@@ -139,17 +142,12 @@ static void checkSame(const char *key, const char *what, int a, int b)
     if (a != b) sysFailIn(getterName(key), "Inconsistent %s <%d> vs <%d>", what, a, b);
 }
 
-static int nodesOfSrf(int srfType)
-{
-    return srfType == 1 ? 3 : srfType == 2 ? 4 : srfType == 15 ? 6 : -1;
-}
-
 /* The face finders walk all nodes of the element and of the surface: what the records say of both must be true. */
 static void checkWidths(const elemMap *map, const rdbVolSet *vol, int bnd)
 {
-    const int nFace = nodesOfSrf(map->srfType);
+    const int nFace = tplSrfRound(map->srfType, NULL);
     checkSame(map->key, "nElemNodes", vol->nElemNodes, map->tpl->nen);
-    if (nFace < 0) sysFailIn(getterName(map->key), "Invalid srfType <%d>", map->srfType);
+    if (!nFace) sysFailIn(getterName(map->key), "Invalid srfType <%d>", map->srfType);
     checkSame(map->key, "nSrfNodes", map->nSrfNodes, nFace);
     checkSame(map->key, "nElemNodes", map->width, bnd ? map->tpl->nen : map->nSrfNodes);
 }
@@ -218,6 +216,11 @@ static int getSetElemCnn(rdbHd *hd, const char *key, void *data, int fam, int i,
     checkSame(key, "nElemNodes", sfs->nSrfNodes, set->nSrfNodes);
     checkSame(key, "type", sfs->type, set->type);
     return getElemCnn(hd, key, RDB_SFS, sfs, bnd, width, (int *) data);
+}
+
+int rdbGetSrfCnn(rdbHd *hd, const char *key, int fam, int i, int *cnn)
+{
+    return getSetElemCnn(hd, key, cnn, fam, i, 0);
 }
 
 /* --------------------------------------------------------------------------------------------------------- facts */
@@ -297,7 +300,7 @@ extern "C" {
     RDB_GETTER(rdb_n##Fam##Srfs)      { return getNSrfs(hd, data, RDB_##KEY, i1); }                                   \
     RDB_GETTER(rdb_n##Fam##SrfNodes)  { return rdbPutInt(data, srfSet(hd, RDB_##KEY, i1)->nSrfNodes); }               \
     RDB_GETTER(rdb_n##Fam##ElemNodes) { return getNElemNodes(hd, data, RDB_##KEY, i1); }                              \
-    RDB_GETTER(rdb_n##Fam##Nodes)     { return getNNodes(hd, key, data, RDB_##KEY, i1); }                             \
+    RDB_GETTER(rdb_n##Fam##Nodes)     { return rdbNSrfNodes(hd, key, RDB_##KEY, i1, (int *) data); }                  \
     RDB_GETTER(rdb_##fam##Nodes)      { return nodes(hd, key, RDB_##KEY, i1, (int *) data); }                         \
     RDB_GETTER(rdb_##fam##ElemIds)    { return getPart(hd, key, data, RDB_##KEY, i1, ELEM_IDS); }                     \
     RDB_GETTER(rdb_##fam##UsrIds)     { return getPart(hd, key, data, RDB_##KEY, i1, USR_IDS); }                      \

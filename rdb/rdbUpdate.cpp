@@ -2,11 +2,13 @@
  *
  * Which files belong to the problem, and what they are, is told by their names alone: a long run has a file for each
  * step, and none of them is opened or asked for its time. Four regular expressions sort the names. The problem's name
- * stands in them as it is, so that what is special in an expression is special there too.
+ * stands in them as it is, so that what is special in an expression is special there too. Containers alone are opened,
+ * and stay open to the next scan: the files in them count as files of the directory.
  *
  * rdbUpdate looks at the time of the directory, which moves whenever the solver makes a file. If it moved, the names
- * are read anew and the open run is opened anew, which drops all that was cached. A file that grows does not move it:
- * the files of a run that grow with each step are a table, and the time of each is looked at by itself.
+ * are read anew and the open run is opened anew, which drops all that was cached. So they are if a container is
+ * another file than the one that was opened. A file that grows does not move the directory's time: the files of a run
+ * that grow with each step are a table, and the time of each is looked at by itself.
  *
  * A scan gives its arrays to the handle as it fills them, and counts them only when they stand: a failure in the middle
  * leaves a handle that knows less, never one that points nowhere.
@@ -82,45 +84,115 @@ static int traceOf(const char *name, int pair[2])
 
 /* ---------------------------------------------------------------------------------------------- the steps of a scan */
 
-void rdbDropFiles(rdbHd *hd)
+/* A file in a container must not outlive it: what the run keeps open goes first. */
+static void closeContainers(rdbHd *hd)
 {
-    for (int i = 0; i < hd->nFiles; ++i) memFree(hd->files[i]);
-    hd->nFiles = hd->nRunFiles = hd->nAuxFiles = hd->nUndefFiles = hd->nContainers = 0;
-    memFree(hd->files);
-    hd->auxFiles = hd->undefFiles = nullptr;
-    memFree(hd->containerNames);
+    if (hd->run) rdbDropReading(hd->run);
     if (hd->fileDic) dicFree(hd->fileDic);
     hd->fileDic = nullptr;
+    while (hd->nContainers > 0) {
+        iopHd *container = hd->containers[--hd->nContainers];
+        if (container) iopCloseFile(container);
+    }
+    memFree(hd->containers);
+    memFree(hd->containerNames);
+    memFree(hd->containerIds);
 }
 
-static void readNames(rdbHd *hd)
+void rdbDropFiles(rdbHd *hd)
 {
-    int room = 100;
-    hd->files = memNew(char *, room);
-    iopDir *dir = iopOpenDir(hd->dir);
-    while (const char *name = iopReadDir(dir)) {
-        if (!strcmp(name, ".") || !strcmp(name, "..")) continue;
-        if (hd->nFiles == room) {
-            const int more = 2 * room + 100;
-            hd->files = (char **) memRealloc(hd->files, memSize(room, sizeof(char *)), memSize(more, sizeof(char *)),
-                                             __FILE__, __LINE__, 0);
-            room = more;
-        }
-        hd->files[hd->nFiles] = memDup(name);
-        ++hd->nFiles;
+    closeContainers(hd);
+    for (int i = 0; i < hd->nFiles; ++i) memFree(hd->files[i]);
+    hd->nFiles = hd->nRunFiles = hd->nAuxFiles = hd->nUndefFiles = 0;
+    memFree(hd->files);
+    hd->auxFiles = hd->undefFiles = nullptr;
+}
+
+/* room: of hd->files */
+static void addName(rdbHd *hd, const char *name, int *room)
+{
+    if (hd->nFiles == *room) {
+        const int more = 2 * *room + 100;
+        hd->files = (char **) memRealloc(hd->files, memSize(*room, sizeof(char *)), memSize(more, sizeof(char *)),
+                                         __FILE__, __LINE__, 0);
+        *room = more;
     }
+    hd->files[hd->nFiles] = memDup(name);
+    ++hd->nFiles;
+}
+
+static void readNames(rdbHd *hd, int *room)
+{
+    hd->files = memNew(char *, *room);
+    iopDir *dir = iopOpenDir(hd->dir);
+    while (const char *name = iopReadDir(dir))
+        if (strcmp(name, ".") && strcmp(name, "..")) addName(hd, name, room);
     iopCloseDir(dir);
 }
 
-/* Containers are known by their names, which belong to `files`. They are not opened: there is no reader for what is
-   inside of them yet, and their members are not among the files. */
+static void sortNames(char **names, int n)
+{
+    std::sort(names, names + n, [](const char *a, const char *b) { return strcmp(a, b) < 0; });
+}
+
+/* Containers are known by their names. They are sorted, so that it does not depend on the file system which of two that
+   have a file of one name it is read from. */
 static void noteContainers(rdbHd *hd)
 {
-    int n = 0;
+    int n = 0, k = 0;
     for (int i = 0; i < hd->nFiles; ++i) n += iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER;
     hd->containerNames = memNew(char *, n);
+    hd->containers     = memNewZ(iopHd *, n);
+    hd->containerIds   = memNewZ(rdbFileId, n);
     for (int i = 0; i < hd->nFiles; ++i)
-        if (iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER) hd->containerNames[hd->nContainers++] = hd->files[i];
+        if (iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER) hd->containerNames[k++] = hd->files[i];
+    sortNames(hd->containerNames, n);
+    hd->nContainers = n;
+}
+
+static void containerPath(const rdbHd *hd, int i, char *path)
+{
+    rdbFormat(path, "%s/%s", hd->dir, hd->containerNames[i]);
+}
+
+/* Opens the containers; one that fails leaves those before it to closeContainers. Gives how many files are in them. */
+static int64_t openContainers(rdbHd *hd)
+{
+    char    path[SYS_TEXT];
+    int64_t n = 0;
+    for (int i = 0; i < hd->nContainers; ++i) {
+        containerPath(hd, i, path);
+        rdbLookAt(path, &hd->containerIds[i]);
+        hd->containers[i] = iopOpenFile(path, IOP_READ | IOP_HDF_CONTAINER);
+        n += iopGetNHdfFiles(hd->containers[i]);
+    }
+    return n;
+}
+
+/* No file of the directory has such a name, and none can be opened by it. */
+static int isName(const char *name)
+{
+    const size_t length = strlen(name);
+    return length > 0 && length < SYS_NAME && !strchr(name, '/');
+}
+
+/* Adds the files in containers to `files`, and tells the dictionary where each lives. What it does not hold lies in
+   the directory. */
+static void readMembers(rdbHd *hd, int *room)
+{
+    const int64_t most = 1 << 20, n = openContainers(hd);
+    hd->fileDic = dicNew((int) std::min(n, most));
+    for (int i = 0; i < hd->nContainers; ++i) {
+        iopHd    *container = hd->containers[i];
+        const int nMembers = iopGetNHdfFiles(container);
+        for (int k = 0; k < nMembers; ++k) {
+            char name[SYS_TEXT];
+            iopGetHdfFileName(container, name, k);
+            if (!isName(name)) continue;
+            addName(hd, name, room);
+            dicPut(hd->fileDic, name, (intptr_t) container);
+        }
+    }
 }
 
 /* Brings the names that match to the front. Returns how many. */
@@ -131,11 +203,6 @@ static int bringForward(char **names, int n)
         if (matches(names[i], nullptr)) ++i;
         else std::swap(names[i], names[--n]);
     return i;
-}
-
-static void sortNames(char **names, int n)
-{
-    std::sort(names, names + n, [](const char *a, const char *b) { return strcmp(a, b) < 0; });
 }
 
 /* Run files, auxiliary files, the rest. */
@@ -163,12 +230,18 @@ static void refuseTwice(const int *ids, int n)
         if (ids[i] == ids[i - 1]) sysFailIn("mtxNewInvHash", "Duplicate key <%d>", ids[i]);
 }
 
+/* A name that a container has too stands in the list again, behind itself. */
+static int isRepeated(const rdbHd *hd, int i)
+{
+    return i > 0 && !strcmp(hd->files[i], hd->files[i - 1]);
+}
+
 /* A run is a client information file in text form. */
 static void findRuns(rdbHd *hd)
 {
     int n = 0, id;
     compile(hd->problem, cliTail);
-    for (int i = 0; i < hd->nRunFiles; ++i) n += runOf(hd->files[i], &id);
+    for (int i = 0; i < hd->nRunFiles; ++i) n += !isRepeated(hd, i) && runOf(hd->files[i], &id);
 
     hd->nRuns = 0;
     hd->maxRunId = -1;
@@ -176,7 +249,7 @@ static void findRuns(rdbHd *hd)
     memFree(hd->runIdHash);
     hd->runIds = memNew(int, n);
     for (int i = 0, k = 0; i < hd->nRunFiles && k < n; ++i)
-        if (runOf(hd->files[i], &id)) hd->runIds[k++] = id;
+        if (!isRepeated(hd, i) && runOf(hd->files[i], &id)) hd->runIds[k++] = id;
     sysSortInts(hd->runIds, n);
     refuseTwice(hd->runIds, n);
     if (n > 0) hd->runIdHash = mtxNewInvHash(hd->runIds, n);
@@ -224,11 +297,12 @@ static void findTruns(rdbHd *hd)
 
 int rdbUpdateDir(rdbHd *hd)
 {
+    int room = 100;
     rdbDropFiles(hd);
-    hd->fileDic = dicNew(0);        /* for members of containers alone: what it does not hold lies in the directory */
     rdbEnter(hd);
-    readNames(hd);
+    readNames(hd, &room);
     noteContainers(hd);
+    readMembers(hd, &room);
     classify(hd);
     findRuns(hd);
     findTruns(hd);
@@ -252,15 +326,16 @@ static const struct {
     { "top", TOP, dropTop },
 };
 
-/* The time of a run's file in the form that the last scan saw; 0 if it saw none. */
+/* The time of a run's file in the form that the last scan saw, or of its container; 0 if it saw none. */
 static int runFileTime(rdbHd *hd, const char *ext)
 {
-    char name[SYS_TEXT], path[SYS_TEXT];
+    char name[SYS_TEXT], path[SYS_TEXT], diskName[SYS_TEXT];
     rdbFormat(name, "%s.%d.%s", hd->problem, hd->runId, ext);
     const int opt = rdbFindFile(hd, name);
     if (!opt) return 0;
-    rdbFormat(path, "%s/%s%s", hd->dir, name, rdbFormSuffix(opt));
-    return iopFileTime(path);
+    rdbFormat(path, "%s/%s", hd->dir, name);
+    rdbDiskName(hd, path, opt, diskName);
+    return iopFileTime(diskName);
 }
 
 /* A time of a file has the grain of a second, and what is written may reach the disk late: once a minute the .top file
@@ -276,14 +351,28 @@ static void updateFiles(rdbHd *hd, int *flag)
     }
 }
 
+/* A container that is written into does not move the directory's time. */
+static int containersChanged(rdbHd *hd)
+{
+    for (int i = 0; i < hd->nContainers; ++i) {
+        char      path[SYS_TEXT];
+        rdbFileId id;
+        containerPath(hd, i, path);
+        rdbLookAt(path, &id);
+        if (!rdbSameFile(&id, &hd->containerIds[i])) return 1;
+    }
+    return 0;
+}
+
 /* With the guard held. The directory's time is stored only when all went well, so that the next update tries again. */
 static int update(rdbHd *hd, int *flag)
 {
     sysSync();                       /* on a network file system: so that we see what the solver has made */
     const int time = iopFileTime(hd->dir);
     if (time <= 0 && !iopIsDir(hd->dir)) return rdbFail("directory %s not found", hd->dir);
-    if (time > hd->dirTime) {
+    if (time > hd->dirTime || containersChanged(hd)) {
         *flag = 1;
+        hd->dirTime = INT_MIN;
         rdbUpdateDir(hd);
         if (hd->nRuns == 0) return rdbFail("problem %s not found", hd->problem);
         if (hd->run && !rdbOpenRun(hd, hd->runId)) return 0;

@@ -1,7 +1,8 @@
 /* rdbUtil.cpp: what the getters stand on: the files of the directory, the decomposition, user ids.
  *
  * A file exists for the library only if the last scan listed it, and the listed name's suffix tells its form. Names
- * are asked for without a suffix and found by prefix. All getters open through rdbOpenDirFile.
+ * are asked for without a suffix and found by prefix. All getters open through rdbOpenDirFile, which alone decides
+ * whether a file lies on the disk or in a container.
  *
  * The decomposition file .ddc tells for each subdomain which nodes it has, as positions in usrIds. It is read once
  * per run, and every position is tested here: whoever scatters by these lists need not look again.
@@ -14,6 +15,7 @@
 #include "rdb/rdbInt.h"
 
 #include <string.h>
+#include <sys/stat.h>
 
 /* ----------------------------------------------------------------------------------------------------- finding */
 
@@ -73,25 +75,80 @@ int rdbFindFormFile(rdbHd *hd, const char *base, const char *ext, char *path, in
     return opt ? opt : rdbFail(".%s file not found", ext);
 }
 
-const char *rdbFormSuffix(int opt)
+static const char *baseName(const char *path)
 {
-    return opt & IOP_BINARY        ? ".B"
-         : opt & IOP_COMPRESSED    ? ".Z"
-         : opt & IOP_HDF           ? ".H"
-         : opt & IOP_HDF_CONTAINER ? ".C"
-                                   : "";
+    const char *slash = strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+/* The container that has a file of this name, or null */
+static iopHd *containerOf(const rdbHd *hd, const char *path)
+{
+    return hd->fileDic ? (iopHd *) (intptr_t) dicGet(hd->fileDic, baseName(path)) : NULL;
+}
+
+int rdbDiskName(rdbHd *hd, const char *path, int opt, char *name)
+{
+    const iopHd *container = containerOf(hd, path);
+    const int    form = container ? IOP_HDF_CONTAINER : opt & IOP_FORMS;
+    iopGetDiskName(container ? iopFileName(container) : path, form, name);
+    return form;
+}
+
+int rdbLookAt(const char *name, rdbFileId *id)
+{
+    struct stat st;
+    memset(id, 0, sizeof *id);
+    if (stat(name, &st) != 0) return 0;
+    id->dev = st.st_dev;
+    id->ino = st.st_ino;
+    id->size = st.st_size;
+    id->changed = st.st_mtim;
+    id->recordChanged = st.st_ctim;
+    return 1;
+}
+
+static int sameTime(const struct timespec *a, const struct timespec *b)
+{
+    return a->tv_sec == b->tv_sec && a->tv_nsec == b->tv_nsec;
+}
+
+int rdbSameFile(const rdbFileId *a, const rdbFileId *b)
+{
+    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && sameTime(&a->changed, &b->changed) &&
+           sameTime(&a->recordChanged, &b->recordChanged);
 }
 
 /* ----------------------------------------------------------------------------------------------------- opening */
 
+/* A container's file has the form that it has there, whatever its name or the run says of it. */
 iopHd *rdbOpenDirFile(rdbHd *hd, const char *path, int opt)
 {
-    return iopOpenFile(path, opt);
+    iopHd *container = containerOf(hd, path);
+    return container ? iopOpenHdfFile(container, baseName(path), opt & ~IOP_FORMS) : iopOpenFile(path, opt);
 }
 
 iopHd *rdbOpenReadFile(rdbHd *hd, const char *path, int opt)
 {
     return rdbOpenDirFile(hd, path, opt | IOP_READ);
+}
+
+iopHd *rdbOpenDiskFile(rdbHd *hd, const char *path, int opt)
+{
+    if (containerOf(hd, path) && iopCheckFile(path, opt)) return iopOpenFile(path, opt | IOP_READ);
+    return rdbOpenReadFile(hd, path, opt);
+}
+
+/* The listed name that is found first may be a container's, while the file lies in the directory too, in some form. */
+iopHd *rdbOpenListedFile(rdbHd *hd, const char *name)
+{
+    char path[SYS_TEXT];
+    int  opt = rdbFindFile(hd, name);
+    if (!opt) return NULL;
+    rdbFormat(path, "%s/%s", hd->dir, name);
+    for (int form = IOP_ASCII; containerOf(hd, path) && form < IOP_HDF_CONTAINER; form <<= 1)
+        if (iopCheckFile(path, form)) return iopOpenFile(path, form | IOP_READ);
+    return rdbOpenReadFile(hd, path, opt);
 }
 
 iopHd *rdbOpenFormFile(rdbHd *hd, const char *base, const char *ext, int *merged)
@@ -126,16 +183,15 @@ void rdbCloseHeld(rdbHd *hd)
 
 iopHd *rdbOpenDdc(rdbHd *hd, int *nElems)
 {
-    char name[SYS_TEXT], path[SYS_TEXT];
+    char name[SYS_TEXT];
+    int  nSds;
     rdbFormat(name, "%s.%d.ddc", hd->problem, hd->run->runId);
-    const int opt = rdbFindFile(hd, name);
-    if (!opt) {
+    iopHd *fh = rdbOpenListedFile(hd, name);
+    if (!fh) {
         rdbFail(".ddc file not found");
         return NULL;
     }
-    rdbFormat(path, "%s/%s.%d.ddc", hd->dir, hd->problem, hd->run->runId);
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, opt));
-    int    nSds;
+    rdbHoldFile(hd, fh);
     iopGetKeyInt(fh, "nSds", &nSds);
     if (nSds != hd->run->nSds) {
         rdbCloseHeld(hd);

@@ -5,6 +5,7 @@
  * enough that a test can say what is wrong with it by changing one member, or by writing one file anew. */
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,8 @@
 #include "test/testUtil.h"
 #include "tool/tokenFile.h"
 
-/* The storage forms that every test of contents goes through */
+/* The storage forms that every test of contents goes through. That the others answer the same is the business of
+   testContainers.cpp. */
 static const struct { const char *name; tool::Form form; } smallForms[] = {
     { "ascii",         tool::Form::ascii   },
     { "binary",        tool::Form::binary  },
@@ -25,6 +27,20 @@ template <class T> const T *dataOf(const std::vector<T> &v)
     static const T none{};
     return v.empty() ? &none : v.data();
 }
+
+/* A data file of the run: of its own, or in the container p.1.C, which it must not outlive */
+class SmallFile {
+    std::unique_ptr<tool::Container> box;
+
+public:
+    tool::TokenFile f;
+
+    SmallFile(const std::string &name, tool::Form form)
+        : box(form == tool::Form::container ? std::make_unique<tool::Container>("p.1", true) : nullptr),
+          f(box ? tool::TokenFile(*box, name) : tool::TokenFile(name, form))
+    {
+    }
+};
 
 struct SmallVar { const char *key; int dim; };
 
@@ -79,7 +95,8 @@ struct SmallRun {
         std::vector<double> xyz;
         for (int i = 0; i < nNodes(); ++i)
             for (int k = 0; k < 3; ++k) xyz.push_back(crd(i, k));
-        tool::TokenFile f("p.1.crd", form);
+        SmallFile        file("p.1.crd", form);
+        tool::TokenFile &f = file.f;
         f.keyInt("nParts", nParts);
         f.keyInt("nRows", nRows < 0 ? nNodes() : nRows);
         f.keyInt("nCols", nCols);
@@ -97,7 +114,8 @@ struct SmallRun {
         const int n = (int) sets[i].size() / 4;
         std::vector<int> ids;
         for (int k = 0; k < n; ++k) ids.push_back(100 * (i + 1) + k);
-        tool::TokenFile f("p.1." + std::string(stem) + std::to_string(i), form);
+        SmallFile        file("p.1." + std::string(stem) + std::to_string(i), form);
+        tool::TokenFile &f = file.f;
         f.keyInt("nParts", 2);
         f.keyInt("nRows", n);
         f.keyInt("nCols", 5);
@@ -115,7 +133,8 @@ struct SmallRun {
         std::vector<int> colors;
         for (const auto &set : sets)
             for (size_t k = 0; k < set.size() / 4; ++k) colors.push_back((int) colors.size());
-        tool::TokenFile f(name, form);
+        SmallFile        file(name, form);
+        tool::TokenFile &f = file.f;
         f.keyInt("nSds", nSds());
         f.keyInt("nElems", (int) colors.size());
         f.keyInts("color", 1, (int) colors.size(), dataOf(colors));
@@ -161,12 +180,12 @@ struct SmallRun {
     void writeStep(int step) const
     {
         if (merged) {
-            tool::TokenFile f(mergedName(step), form);
-            for (int p = 0; p < nSds(); ++p) putPart(f, step, p);
+            SmallFile file(mergedName(step), form);
+            for (int p = 0; p < nSds(); ++p) putPart(file.f, step, p);
         } else {
             for (int p = 0; p < nSds(); ++p) {
-                tool::TokenFile f(partName(step, p), form);
-                putPart(f, step, p);
+                SmallFile file(partName(step, p), form);
+                putPart(file.f, step, p);
             }
         }
     }

@@ -278,9 +278,7 @@ TEST(rdbRowsFit, whatIsNotTested)
     rdbHd hd = {};
     int   fits = 0;
     testWrite("t", std::string(100, ' '));
-    testWrite("t.Z", std::string(100, ' '));
     EXPECT_EQ(rdbRowsFit(&hd, nullptr, INT_MAX, 1, 3, &fits), 1);                     /* no file     */
-    EXPECT_EQ(rdbRowsFit(&hd, "t.Z", INT_MAX, 1, 3, &fits), 1);                       /* form        */
     EXPECT_EQ(rdbRowsFit(&hd, "t", 1000, 1, 3, &fits), 1);                            /* small       */
     EXPECT_EQ(rdbRowsFit(&hd, "gone", 1000, 1, 3, &fits), 1);                         /* not on disk */
     EXPECT_EQ(fits, 0);
@@ -302,20 +300,30 @@ TEST(rdbRowsFit, aCountWithoutItsFile)
     rdbFree(hd);
 }
 
+/* The rows of one integer and three reals that a file of some size could hold in each form */
 TEST(rdbRowsFit, aLargeFileThatHoldsThem)
 {
-    rdbHd hd = {};
-    int   fits = 0;
-    testWrite("big.B", "");
-    ASSERT_EQ(truncate("big.B", 28 << 20), 0);
-    EXPECT_EQ(rdbRowsFit(&hd, "big.B", 1 << 20, 1, 3, &fits), 1);
-    EXPECT_EQ(fits, 1);
-    EXPECT_EQ(rdbRowsFit(&hd, "big.B", INT_MAX, 1, 3, &fits), 1);                     /* remembered */
-    fits = 0;
-    EXPECT_EQ(rdbRowsFit(&hd, "big.B", (1 << 20) + 1, 1, 3, &fits), 0);
-    testWrite("big", "");
-    ASSERT_EQ(truncate("big", 8 << 20), 0);
-    EXPECT_EQ(rdbRowsFit(&hd, "big", 1 << 20, 1, 3, &fits), 1);
-    fits = 0;
-    EXPECT_EQ(rdbRowsFit(&hd, "big", (1 << 20) + 1, 1, 3, &fits), 0);
+    static const struct { const char *name; int64_t size; } rows[] = {
+        { "big",   8 << 20                       },          /* a digit and a blank for each number              */
+        { "big.B", 28 << 20                      },
+        { "big.Z", ((8 << 20) + 32767) / 32768   },          /* a byte stands for 32768 of the text              */
+        { "big.H", ((28 << 20) + 1031) / 1032    },          /* filters pack up to 1032 bytes into one           */
+        { "big.C", ((28 << 20) + 1031) / 1032    },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        rdbHd hd = {};
+        int   fits = 0;
+        testWrite(row.name, "");
+        ASSERT_EQ(truncate(row.name, row.size), 0);
+        EXPECT_EQ(rdbRowsFit(&hd, row.name, 1 << 20, 1, 3, &fits), 1);
+        EXPECT_EQ(fits, 1);
+        EXPECT_EQ(rdbRowsFit(&hd, row.name, INT_MAX, 1, 3, &fits), 1);                /* remembered */
+        fits = 0;
+        ASSERT_EQ(truncate(row.name, row.size - 1), 0);
+        EXPECT_EQ(rdbRowsFit(&hd, row.name, 1 << 20, 1, 3, &fits), 0);
+        EXPECT_EQ(rdbRowsFit(&hd, row.name, INT_MAX, 1, 3, &fits), 0);
+        EXPECT_EQ(rdbGetError(), "file <" + std::string(row.name) + "> cannot hold 2147483647 rows");
+        EXPECT_EQ(fits, 0);
+    }
 }

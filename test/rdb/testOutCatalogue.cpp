@@ -81,7 +81,8 @@ TEST(outSteps, namesThatAreNoSteps)
 {
     SmallRun run;
     run.write();
-    for (const char *name : { "p.1_6_0.out.C", "p.1_7_1.out", "p.1_8_xx.out", "p.1_9_0.out.Bx", "p.2_3_0.out",
+    tool::Container("p.1_6_0.out").close();
+    for (const char *name : { "p.1_7_1.out", "p.1_8_xx.out", "p.1_9_0.out.Bx", "p.2_3_0.out",
                               "q.1_3_0.out", "p.1__0.out", "p.1_-3_0.out", "p.1_99999999999_0.out",
                               "p.1_2147483648_0.out" })
         testWrite(name, "");
