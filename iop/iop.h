@@ -30,7 +30,8 @@
 enum {
     IOP_READ          = 0x1,
     IOP_WRITE         = 0x2,
-    IOP_APPEND        = 0x4,        /* with IOP_WRITE: append rather than replace                     */
+    IOP_APPEND        = 0x4,        /* with IOP_WRITE: append rather than replace; an HDF5 file is replaced all the
+                                       same, a file in a container is not, and a compressed one fails */
 
     IOP_ASCII         = 0x10,       /* text                                                           */
     IOP_BINARY        = 0x20,       /* tagged binary, suffix .B                                       */
@@ -41,12 +42,12 @@ enum {
 
     IOP_RSH           = 0x1000,     /* the handle wraps a remote shell's pipe                         */
     IOP_SOCKET        = 0x2000,     /* the handle wraps a socket                                      */
-    IOP_DELETE        = 0x10000,    /* remove the file when it is closed                              */
+    IOP_DELETE        = 0x10000,    /* remove the file when it is closed; HDF5 files stay             */
     IOP_LONG_WAIT     = 0x20000,    /* wait up to 60 seconds instead of 2                             */
     IOP_BASENAME      = 0x40000,    /* drop all up to the last / of the name                          */
     IOP_LINE_BUFFER   = 0x100000,   /* what is written goes out line by line                          */
     IOP_NO_BUFFER     = 0x200000,   /* what is written goes out at once                               */
-    IOP_RAW           = 0x400000,   /* no suffix and no tag                                           */
+    IOP_RAW           = 0x400000,   /* binary: no suffix and no tag; text: as bytes                   */
     IOP_VERBOSE       = 0x2000000,  /* say what a remote shell launch does                            */
     IOP_REC           = 0x4000000   /* record file; needs IOP_BINARY                                  */
 };
@@ -64,8 +65,9 @@ extern "C" {
    characters or more, for not exactly one form, for neither read nor write, for a form that is not read yet. */
 iopHd *iopNew(const char *name, int opt);
 
-/* Opens a file. A suffix of the name is cut and the form's own is put there (none for text, none with IOP_RAW). A
-   binary file's tag is read and checked, or written. Fails as iopNew does, and if the file cannot be had. The caller
+/* Opens a file. A suffix of the name is cut and the form's own is put there (none for text, none for a raw binary one).
+   A binary file's tag is read and checked, or written; an HDF5 file must have its groups, or gets them. A compressed
+   file that is not there shows as the end of the data. Fails as iopNew does, and if the file cannot be had. The caller
    owns the handle up to iopCloseFile. */
 iopHd *iopOpenFile(const char *name, int opt);
 
@@ -81,8 +83,12 @@ int iopCheckFile(const char *name, int opt);
 int iopGetFileOpt(const char *name);
 
 /* The name on disk of the file that iopOpenFile(name, opt) opens: the suffix cut, the form's put there. text: 8192
-   bytes. opt: exactly one form. Never fails. */
+   bytes; what is longer is cut. opt: exactly one form, with IOP_BASENAME and IOP_RAW if they matter. Never fails. */
 void iopGetDiskName(const char *name, int opt, char *text);
+
+/* The name on disk of the file behind a handle; a file in a container has none of its own. name: `size` bytes, of which
+   any name takes less than 1032. Never fails. */
+void iopDiskName(const iopHd *hd, char *name, int size);
 
 /* What a file of so many bytes on disk could hold in the form of opt, to test a count before anything is sized by it:
    the most bytes that its data may have, and the fewest that a number of `size` bytes in memory takes of them. opt:
@@ -94,7 +100,8 @@ int     iopLeastBytes(int opt, int size);
 int64_t iopFileSize(const char *name);
 int     iopFileTime(const char *name);
 
-/* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. */
+/* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. Fails as
+   iopSetLoc does. */
 void iopRewind(iopHd *hd);
 
 /* How far the file was read: "in ascii file <name> token <12> near <last string>". One text for all handles,
@@ -109,8 +116,9 @@ const char *iopFileName(const iopHd *hd);
 /* Opens a file of a container that was opened with IOP_HDF_CONTAINER. Of the name counts what follows the last /, less
    its suffix. opt: IOP_READ, or with a container opened to write IOP_WRITE, which replaces a file of that name, or
    IOP_WRITE | IOP_APPEND, which goes on behind its last data set; of the forms only IOP_HDF may be set, and need not.
-   The caller owns the handle up to iopCloseFile; the container must stay open as long. Fails if it is no container, if
-   only the file is to be written, and if the file is not there or cannot be made. */
+   What else stands in opt counts as for iopOpenFile. The caller owns the handle up to iopCloseFile; the container must
+   stay open as long. Fails if it is no container, if only the file is to be written, and if the file is not there or
+   cannot be made. */
 iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt);
 
 /* How many files are in a container, and the name of one, index from 0, in HDF5's own order by name; text: 8192 bytes.
@@ -150,12 +158,15 @@ int iopGetLine(iopHd *hd, char *text, int size);
 /* Writes one line, for text only: the newline is added. */
 void iopPrintLine(iopHd *hd, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/* The next n numbers to dest. In a text file numbers are read as scanf reads them, and what is no number fails. */
+/* The next n numbers to dest. In a text file numbers are read as scanf reads them, and what is no number fails. In an
+   HDF5 file they are one data set, which must hold n numbers; integers may have any width but must fit, reals may be
+   integers or floats there. Floats are not read from HDF5: no writer makes them. */
 void iopGetIntF(iopHd *hd, int *dest, int n);
 void iopGetRealF(iopHd *hd, double *dest, int n);
 void iopGetFloatF(iopHd *hd, float *dest, int n);
 
-/* Step over n numbers. On a binary file a seek, which does not mind the end of the file; the next read does. */
+/* Step over n numbers. On a binary file a seek, which does not mind the end of the file; the next read does. In an HDF5
+   file one data set is passed over unseen. */
 void iopGetIntDsp(iopHd *hd, int n);
 void iopGetRealDsp(iopHd *hd, int n);
 void iopGetFloatDsp(iopHd *hd, int n);
@@ -169,14 +180,15 @@ void iopCheckStr(iopHd *hd, const char *expected);
 void iopCheckInt(iopHd *hd, int expected);
 
 /* Writes a table of n2 rows of n1 integers. Text: with wrap, each row begins a line, of a hundred numbers at most;
-   without, all stand in one line that is not ended. */
+   without, all stand in one line that is not ended. HDF5: one data set of extents n1, n2. */
 void iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap);
 
 /* Writes n integers as bytes, in any form. src is the same afterwards, but may be turned round meanwhile. */
 void iopPutBinInts(iopHd *hd, int *src, int n);
 
-/* The place of the next token, to return to. It does not hold the counters. The way back in a compressed file may be
-   slow: beyond the last 16 KB it is decoded anew. A compressed file being written has no places. */
+/* The place of the next token, to return to. It does not hold the counters. Asking never fails; going fails for what is
+   no place of this file ("Unable to set location ...", "Invalid location ..."). The way back in a compressed file may
+   be slow: beyond the last 16 KB it is decoded anew. A compressed file being written has no places. */
 int64_t iopGetLoc(iopHd *hd);
 void    iopSetLoc(iopHd *hd, int64_t loc);
 
@@ -187,7 +199,7 @@ int  iopGetTokens(const iopHd *hd);
 int  iopGoesBack(const iopHd *hd);
 
 /* To a place at which iopGetLoc and iopGetTokens gave these; last: the last string before it. Whoever fails from there
-   on says the same as if all before it had been read. */
+   on says the same as if all before it had been read. Fails as iopSetLoc does. */
 void iopSetPlace(iopHd *hd, int64_t loc, int nTokens, const char *last);
 
 /* ---- keyed items: the key, then a value, or nCols, nRows and the values ----

@@ -73,10 +73,10 @@ static void checkTag(iopHd *hd, int *budget)
     int intSize, realSize;
     if (!readTag(hd, tag, budget) || !parseTag(tag, &hd->fileInt, &intSize, &hd->fileReal, &realSize)) {
         tag[SYS_NAME] = 0;
-        iopGiveUp(hd, "iopOpenFile", "Invalid binary tag <%s>; %s", tag, iopFileInfo(hd));
+        iopGiveUp(hd, "Invalid binary tag <%s>; %s", tag, iopFileInfo(hd));
     }
-    if (intSize != 4) iopGiveUp(hd, "iopOpenFile", "Incompatible integers <%d> vs. <%d>", intSize, 4);
-    if (realSize != 8) iopGiveUp(hd, "iopOpenFile", "Incompatible reals <%d> vs. <%d>", realSize, 8);
+    if (intSize != 4) iopGiveUp(hd, "Incompatible integers <%d> vs. <%d>", intSize, 4);
+    if (realSize != 8) iopGiveUp(hd, "Incompatible reals <%d> vs. <%d>", realSize, 8);
     if (hd->fileReal == CVT_REAL_BE) hd->fileFloat = CVT_FLOAT_BE;
     if (hd->fileReal == CVT_REAL_LE) hd->fileFloat = CVT_FLOAT_LE;
 }
@@ -94,7 +94,7 @@ static void writeTag(iopHd *hd)
     char version[SYS_TEXT];
     versionWord(version);
     const int n = fprintf(hd->fp, "%s %s %d %d %d %d\n", magic, version, hd->fileInt, 4, hd->fileReal, 8);
-    if (n < 0 || fflush(hd->fp) != 0) iopGiveUp(hd, "iopOpenFile", "unable to write the tag %s", iopFileInfo(hd));
+    if (n < 0 || fflush(hd->fp) != 0) iopGiveUp(hd, "unable to write the tag %s", iopFileInfo(hd));
 }
 
 void iopBinOpen(iopHd *hd, int *budget)
@@ -103,7 +103,7 @@ void iopBinOpen(iopHd *hd, int *budget)
         const int error = errno;
         char name[SYS_NAME + 8];
         iopDiskName(hd, name, sizeof name);
-        iopGiveUp(hd, "iopOpenFile", "unable to open binary file <%s>; %s", name, strerror(error));
+        iopGiveUp(hd, "unable to open binary file <%s>; %s", name, strerror(error));
     }
     if (hd->opt & IOP_RAW) return;
     if (hd->opt & IOP_READ) checkTag(hd, budget);
@@ -121,24 +121,24 @@ int iopBinGetStr(iopHd *hd, char *text, int must)
         const int64_t came = iopReadBytes(hd, text + n, BLOCK, &budget);
         if (came < BLOCK) {
             text[n + came] = 0;
-            if (must || hd->ahead.failed) sysFail("EOF %s", iopFileInfo(hd));
+            if (must || hd->ahead.failed) iopFail(hd, "EOF %s", iopFileInfo(hd));
             iopStreamSetLoc(hd, start, 0);
             return 0;
         }
         if (memchr(text + n, 0, BLOCK)) return 1;
     }
     text[SYS_TEXT - 1] = 0;
-    sysFail("string too big <%d>", SYS_TEXT);
+    iopFail(hd, "string too big <%d>", SYS_TEXT);
 }
 
 int iopBinNoGetLine(iopHd *hd, char *text, int size)
 {
-    sysFail("incompatible mode for file <%s>", hd->fileName);
+    iopFail(hd, "incompatible mode for file <%s>", hd->fileName);
 }
 
 int iopBinNoPutLine(iopHd *hd, const char *format, va_list args)
 {
-    sysFail("incompatible mode for file <%s>", hd->fileName);
+    iopFail(hd, "incompatible mode for file <%s>", hd->fileName);
 }
 
 /* ---- numbers ---- */
@@ -157,7 +157,7 @@ static void toNative(const iopHd *hd, const iopNum *num, void *values, int64_t n
 void iopBinGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 {
     int budget = iopBudget(hd);
-    if (iopReadBytes(hd, dest, n * num->size, &budget) < n * num->size) sysFail("EOF %s", iopFileInfo(hd));
+    if (iopReadBytes(hd, dest, n * num->size, &budget) < n * num->size) iopFail(hd, "EOF %s", iopFileInfo(hd));
     toNative(hd, num, dest, n);
 }
 
@@ -167,7 +167,7 @@ void iopBinSkip(iopHd *hd, const iopNum *num, int64_t n)
     const int fits = n <= (INT64_MAX - here) / num->size;
     int budget = iopBudget(hd);
     while (!fits || !iopStreamSetLoc(hd, here + n * num->size, 0))
-        if (!iopWait(&budget)) sysFail("fseek error %s", iopFileInfo(hd));
+        if (!iopWait(&budget)) iopFail(hd, "fseek error %s", iopFileInfo(hd));
 }
 
 int iopBinHolds(iopHd *hd, int64_t n, int size)
@@ -189,5 +189,5 @@ int iopBinPutBin(iopHd *hd, const int *src, int64_t n)
 void iopBinPutInts(iopHd *hd, const int *src, int n1, int n2, int wrap)
 {
     if (!iopBinPutBin(hd, src, (int64_t) n1 * n2))
-        sysFail("unable to write <%d> integers %s", n1 * n2, iopFileInfo(hd));
+        iopFail(hd, "unable to write <%d> integers %s", n1 * n2, iopFileInfo(hd));
 }

@@ -25,7 +25,9 @@
 /* ---- the forms ---- */
 
 /* The first row whose bits are all set is that of a handle, so what wraps or refines a form stands before it. A row
-   without functions is known by name and not read yet. Not for the formatter. */
+   without functions is known by name and not read yet. The numbers are nAhead, nKeep, perNumber and expand: a code of
+   compress has 16 bits at most and stands for less than 64 K; deflate, the densest filter that results are packed with,
+   makes one byte of 1032. Not for the formatter. */
 #define NOT_YET 0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
 #define ON_HDF 0, 0, 0, 1032, \
       /* open, close         */ iopHdfOpen,      iopHdfClose, \
@@ -58,7 +60,7 @@ static const iopForm iopForms[] = {
       /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
       /* step over, rows     */ iopTextSkip,     iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
-      /* room, locations     */ iopZipHolds,     iopStreamGetLoc, iopZipSetLoc },
+      /* room, locations     */ iopTextHolds,    iopStreamGetLoc, iopZipSetLoc },
     { "hdf",           IOP_HDF,              ".H", ON_HDF },
     { "hdf-container", IOP_HDF_CONTAINER,    ".C", ON_HDF },
 };
@@ -91,9 +93,9 @@ int iopGetFileOpt(const char *name)
 }
 
 /* The suffix is cut whatever form was asked for: a name that ends in .Z, opened as binary, is looked for with .B. */
-static void storeName(char *stored, const char *name)
+static void storeName(char *stored, int size, const char *name)
 {
-    strcpy(stored, name);
+    snprintf(stored, (size_t) size, "%s", name);
     if (formBySuffix(stored)) stored[strlen(stored) - 2] = 0;
 }
 
@@ -103,16 +105,13 @@ static const char *baseName(const char *name, int opt)
     return slash ? slash + 1 : name;
 }
 
-static void checkLength(const char *name)
-{
-    if (strlen(name) >= SYS_NAME) sysFail("fileName is too long <%s>", name);
-}
-
-static void checkForm(const char *name, int opt)
+/* A name that fits, and exactly one form; else fails in the name of `function`. */
+static void checkName(const char *function, const char *name, int opt)
 {
     const int form = opt & IOP_FORMS;
+    if (strlen(name) >= SYS_NAME) sysFailIn(function, "fileName is too long <%s>", name);
     if (form == 0 || (form & (form - 1)) != 0)
-        sysFail("file <%s> must be ascii, binary, compressed or hdf: opt <%x>", name, (unsigned) opt);
+        sysFailIn(function, "file <%s> must be ascii, binary, compressed or hdf: opt <%x>", name, (unsigned) opt);
 }
 
 static void diskName(char *name, int size, const char *stored, const iopForm *form, int opt)
@@ -133,8 +132,9 @@ const char *iopFileName(const iopHd *hd)
 
 void iopGetDiskName(const char *name, int opt, char *text)
 {
-    const int length = (int) strnlen(name, SYS_TEXT), cut = formBySuffix(name) ? 2 : 0;
-    snprintf(text, SYS_TEXT, "%.*s%s", length - cut, name, formOf(opt & IOP_FORMS)->suffix);
+    char stored[SYS_TEXT];
+    storeName(stored, SYS_TEXT, baseName(name, opt));
+    diskName(text, SYS_TEXT, stored, formOf(opt & IOP_FORMS), opt);
 }
 
 int64_t iopMostBytes(int opt, int64_t bytes)
@@ -177,19 +177,19 @@ static void recycle(iopHd *hd)
 
 iopHd *iopNew(const char *name, int opt)
 {
-    checkLength(name);
-    checkForm(name, opt);
+    checkName(__func__, name, opt);
     if (!(opt & (IOP_READ | IOP_WRITE)))
         sysFail("file <%s> must be either for read or write: opt <%x>", name, (unsigned) opt);
     const iopForm *form = formOf(opt);
     if (!form->open) sysFail("%s files are not read by this version: <%s>", form->name, name);
 
     iopHd *hd = takeHd();
-    storeName(hd->fileName, name);
+    storeName(hd->fileName, SYS_NAME, name);
     strcpy(hd->lastToken, "__NONE__");
     hd->fp = NULL;
     hd->sock = NULL;
     hd->opt = opt;
+    hd->function = __func__;
     hd->nativeInt = hd->fileInt = cvtNativeInt();
     hd->nativeReal = hd->fileReal = cvtNativeReal();
     hd->nativeFloat = hd->fileFloat = cvtNativeFloat();
@@ -210,6 +210,7 @@ iopHd *iopOpenFile(const char *name, int opt)
 {
     if ((opt & IOP_REC) && !(opt & IOP_BINARY)) sysFail("REC file requires binary format; file <%s>", name);
     iopHd *hd = iopNew(baseName(name, opt), opt);
+    hd->function = __func__;
     int budget = iopBudget(hd);
     hd->form->open(hd, &budget);
     if (hd->fp) hd->dataStart = hd->form->getLoc(hd);
@@ -228,7 +229,7 @@ void iopCloseFile(iopHd *hd)
     if (!written) sysFail("unable to write file <%s>; %s", name, strerror(error));
 }
 
-void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
+void iopGiveUp(iopHd *hd, const char *format, ...)
 {
     char text[SYS_TEXT];
     va_list args;
@@ -238,7 +239,7 @@ void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
     hd->opt &= ~IOP_DELETE;                         /* what could not be opened is not ours to remove */
     hd->form->close(hd);
     recycle(hd);
-    sysFailIn(function, "%s", text);
+    iopFail(hd, "%s", text);
 }
 
 /* ---- questions ---- */
@@ -246,9 +247,8 @@ void iopGiveUp(iopHd *hd, const char *function, const char *format, ...)
 int iopCheckFile(const char *name, int opt)
 {
     char stored[SYS_NAME], onDisk[SYS_NAME + 8];
-    checkLength(name);
-    checkForm(name, opt);
-    storeName(stored, baseName(name, opt));
+    checkName(__func__, name, opt);
+    storeName(stored, SYS_NAME, baseName(name, opt));
     diskName(onDisk, sizeof onDisk, stored, formOf(opt & IOP_FORMS), opt);
     FILE *fp = iopOpenToRead(onDisk, "re");
     if (!fp) return 0;

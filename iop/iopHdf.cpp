@@ -14,7 +14,8 @@
  * Ids. Those that a handle keeps are in the handle. All others are given to `hold` as soon as they are made and go by
  * `release`, on the way out and before a failure: a jump leaves none behind.
  *
- * In this file: ids, opening and closing, files of a container, finding a data set, reading, writing, locations. */
+ * In this file: ids, opening and closing, files of a container, finding a data set, strings, numbers, parts and rows,
+ * writing, locations. */
 
 #include "iop/iopInt.h"
 
@@ -36,8 +37,7 @@
 enum {
     NUMBER = 12,                            /* room for a data set's name, a number that counts from 0    */
     LOC_BITS = 12, LOC_MARK = 0x58d,        /* a location: the number, and a mark that tells it from others */
-    LONGEST = 16,                           /* bytes of a number; what claims more is none                */
-    DENSEST = 1032                          /* no filter of HDF5's own packs more bytes into one          */
+    LONGEST = 16                            /* bytes of a number; what claims more is none                */
 };
 
 static const char dataGroup[] = "QUENTA_DATA", filesGroup[] = "FILES";
@@ -63,8 +63,8 @@ static int release(void)
     return closed;
 }
 
-#define hdfFail(...)         (release(), sysFail(__VA_ARGS__))
-#define hdfGiveUp(hd, ...)   (release(), iopGiveUp(hd, __func__, __VA_ARGS__))
+#define hdfFail(hd, ...)     (release(), iopFail(hd, __VA_ARGS__))
+#define hdfGiveUp(hd, ...)   (release(), iopGiveUp(hd, __VA_ARGS__))
 
 /* Does the name stand here itself? Other kinds of links may lead to other files, and no writer makes them. */
 static int standsHere(hid_t group, const char *name)
@@ -186,9 +186,10 @@ int iopHdfClose(iopHd *hd)
 
 /* ---- files of a container ---- */
 
-static void checkContainer(iopHd *hd)
+static void checkContainer(iopHd *hd, const char *function)
 {
-    if (!(hd->opt & IOP_HDF_CONTAINER)) sysFail("Invalid container <%s>", iopFileInfo(hd));
+    hd->function = function;
+    if (!(hd->opt & IOP_HDF_CONTAINER)) iopFail(hd, "Invalid container <%s>", iopFileInfo(hd));
 }
 
 /* The number that a name stands for; -1 for other names. */
@@ -261,7 +262,8 @@ iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt)
         sysFail("Container and file read/write options are incompatible: %s and %s", onDisk, name);
 
     const char *slash = strrchr(name, '/');
-    iopHd *hd = iopNew(slash ? slash + 1 : name, (opt & (IOP_READ | IOP_WRITE | IOP_APPEND | IOP_FORMS)) | IOP_HDF);
+    iopHd *hd = iopNew(slash ? slash + 1 : name, opt | IOP_HDF);
+    hd->function = __func__;
     hd->hdfFile = container->hdfFile;
     hd->hdfFiles = container->hdfFiles;
     hd->sharesFile = 1;
@@ -278,9 +280,9 @@ iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt)
 int iopGetNHdfFiles(iopHd *hd)
 {
     H5G_info_t info;
-    checkContainer(hd);
+    checkContainer(hd, __func__);
     if (H5Gget_info(hd->hdfFiles, &info) < 0 || info.nlinks > INT_MAX)
-        sysFail("Unable to get the number of objects: %s", iopFileInfo(hd));
+        iopFail(hd, "Unable to get the number of objects: %s", iopFileInfo(hd));
     return (int) info.nlinks;
 }
 
@@ -323,9 +325,9 @@ static int takeName(const iopHd *hd, int index, char text[SYS_TEXT])
 
 void iopGetHdfFileName(iopHd *hd, char *text, int index)
 {
-    checkContainer(hd);
+    checkContainer(hd, __func__);
     if (index < 0 || (!takeName(hd, index, text) && !nameByIndex(hd->hdfFiles, index, text)))
-        sysFail("Unable to get the file name; index <%d>; %s", index, iopFileInfo(hd));
+        iopFail(hd, "Unable to get the file name; index <%d>; %s", index, iopFileInfo(hd));
 }
 
 /* ---- finding a data set ---- */
@@ -366,20 +368,21 @@ static void openSet(iopHd *hd, hdfSet *set)
 {
     release();
     set->id = standsHere(hd->hdfData, set->name) ? hold(H5Dopen2(hd->hdfData, set->name, H5P_DEFAULT)) : -1;
-    if (set->id < 0 || !storedHere(set)) hdfFail("Unable to open data set for <%s>; %s", set->name, iopFileInfo(hd));
+    if (set->id < 0 || !storedHere(set))
+        hdfFail(hd, "Unable to open data set for <%s>; %s", set->name, iopFileInfo(hd));
 }
 
 static void getType(iopHd *hd, hdfSet *set)
 {
     set->type = hold(H5Dget_type(set->id));
-    if (set->type < 0) hdfFail("Unable to get data type for <%s>; %s", set->name, iopFileInfo(hd));
+    if (set->type < 0) hdfFail(hd, "Unable to get data type for <%s>; %s", set->name, iopFileInfo(hd));
 }
 
 static void checkClass(iopHd *hd, const hdfSet *set, H5T_class_t wanted)
 {
     const H5T_class_t found = H5Tget_class(set->type);
     if (found != wanted)
-        hdfFail("Inconsistent data <%d> vs. <%d> for <%s>; %s", found, wanted, set->name, iopFileInfo(hd));
+        hdfFail(hd, "Inconsistent data <%d> vs. <%d> for <%s>; %s", found, wanted, set->name, iopFileInfo(hd));
 }
 
 /* How many values the extents make, at most 63 bits of them; the library's own product may wrap round. */
@@ -415,17 +418,17 @@ static void checkSize(iopHd *hd, hdfSet *set, int64_t n)
 {
     const int64_t found = countValues(set);
     if (found != n)
-        hdfFail("Inconsistent size <%lld> vs. <%lld> for <%s>; %s", (long long) found, (long long) n, set->name,
+        hdfFail(hd, "Inconsistent size <%lld> vs. <%lld> for <%s>; %s", (long long) found, (long long) n, set->name,
                 iopFileInfo(hd));
     if (!chunksFit(set) || !wasWritten(set, n))
-        hdfFail("Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+        hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
 }
 
 /* ---- strings ---- */
 
 SYS_NORETURN static void tooBig(iopHd *hd)
 {
-    hdfFail("string too big <%d>", SYS_TEXT);
+    hdfFail(hd, "string too big <%d>", SYS_TEXT);
 }
 
 /* A fixed string need not end in a zero, and may be filled up with blanks. */
@@ -435,7 +438,7 @@ static void readFixed(iopHd *hd, const hdfSet *set, char *text)
     const H5T_str_t pad = H5Tget_strpad(set->type);
     if (size > SYS_TEXT) tooBig(hd);
     if (size == 0 || pad == H5T_STR_ERROR || H5Dread(set->id, set->type, H5S_ALL, H5S_ALL, H5P_DEFAULT, text) < 0)
-        hdfFail("Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+        hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
     size_t length = strnlen(text, size);
     if (length == SYS_TEXT) tooBig(hd);
     if (pad == H5T_STR_SPACEPAD)
@@ -505,7 +508,7 @@ static void readVariable(iopHd *hd, const hdfSet *set, char *text)
 {
     uint64_t length = 0;
     if (!readFromHeap(hd, set, text, &length))
-        hdfFail("Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+        hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
     if (length >= SYS_TEXT) tooBig(hd);
     text[length] = 0;
 }
@@ -520,13 +523,13 @@ int iopHdfGetStr(iopHd *hd, char *text, int must)
     countUp(hd);
     openSet(hd, &set);
     set.type = hold(H5Dget_type(set.id));
-    if (set.type < 0) hdfFail("Unable to get a typeId; %s", iopFileInfo(hd));
+    if (set.type < 0) hdfFail(hd, "Unable to get a typeId; %s", iopFileInfo(hd));
     checkClass(hd, &set, H5T_STRING);
     set.space = hold(H5Dget_space(set.id));
-    if (set.space < 0) hdfFail("Unable for get data space for <%s>; %s", set.name, iopFileInfo(hd));
+    if (set.space < 0) hdfFail(hd, "Unable for get data space for <%s>; %s", set.name, iopFileInfo(hd));
     checkSize(hd, &set, 1);
     const htri_t isVariable = H5Tis_variable_str(set.type);
-    if (isVariable < 0) hdfFail("Unable to read data set for <%s>; %s", set.name, iopFileInfo(hd));
+    if (isVariable < 0) hdfFail(hd, "Unable to read data set for <%s>; %s", set.name, iopFileInfo(hd));
     if (isVariable) readVariable(hd, &set, text);
     else readFixed(hd, &set, text);
     release();
@@ -552,11 +555,11 @@ static H5T_conv_ret_t whenConverting(H5T_conv_except_t what, hid_t src, hid_t ds
 
 /* An unsigned integer of our width is read as it is, since HDF5 takes its highest bit for a sign without a word. Values
    that do not fit are negative then. */
-static int readUnsigned(const hdfSet *set, void *dest)
+static int readUnsigned(const hdfSet *set, hid_t memory, hid_t file, void *dest)
 {
-    const int64_t n = H5Sget_simple_extent_npoints(set->space);
+    const int64_t n = H5Sget_simple_extent_npoints(memory == H5S_ALL ? set->space : memory);
     const int *values = (const int *) dest;
-    if (n < 0 || H5Dread(set->id, H5T_NATIVE_UINT, H5S_ALL, H5S_ALL, H5P_DEFAULT, dest) < 0) return -1;
+    if (n < 0 || H5Dread(set->id, H5T_NATIVE_UINT, memory, file, H5P_DEFAULT, dest) < 0) return -1;
     for (int64_t i = 0; i < n; ++i)
         if (values[i] < 0) return 0;
     return 1;
@@ -572,7 +575,7 @@ static int readNumbers(const hdfSet *set, const iopNum *num, hid_t memory, hid_t
     if (num->kind == 'i' && size == sizeof(int)) {
         const H5T_sign_t sign = H5Tget_sign(set->type);
         if (sign == H5T_SGN_ERROR) return -1;
-        if (sign == H5T_SGN_NONE) return readUnsigned(set, dest);
+        if (sign == H5T_SGN_NONE) return readUnsigned(set, memory, file, dest);
     }
     if (size > (size_t) num->size) {
         transfer = hold(H5Pcreate(H5P_DATASET_XFER));
@@ -585,8 +588,20 @@ static int readNumbers(const hdfSet *set, const iopNum *num, hid_t memory, hid_t
 static void readValues(iopHd *hd, const hdfSet *set, const iopNum *num, hid_t memory, hid_t file, void *dest)
 {
     const int came = readNumbers(set, num, memory, file, dest);
-    if (came == 0) hdfFail("value out of range in data set <%s>; %s", set->name, iopFileInfo(hd));
-    if (came < 0) hdfFail("Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+    if (came == 0) hdfFail(hd, "value out of range in data set <%s>; %s", set->name, iopFileInfo(hd));
+    if (came < 0) hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+}
+
+/* The set that was named, which must hold n numbers. With add, as in iopForm::getRows, one text is another. */
+static void openNumbers(iopHd *hd, hdfSet *set, const iopNum *num, int64_t n, int add)
+{
+    openSet(hd, set);
+    getType(hd, set);
+    if (num->kind == 'i') checkClass(hd, set, H5T_INTEGER);
+    set->space = hold(H5Dget_space(set->id));
+    if (set->space < 0 && add) hdfFail(hd, "Unable to get data space for <%s>; %s", set->name, iopFileInfo(hd));
+    if (set->space < 0) hdfFail(hd, "Unable for get data space for <%s>; %s", set->name, iopFileInfo(hd));
+    checkSize(hd, set, n);
 }
 
 void iopHdfGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
@@ -594,12 +609,7 @@ void iopHdfGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
     hdfSet set;
     nameNext(hd, &set);
     countUp(hd);
-    openSet(hd, &set);
-    getType(hd, &set);
-    if (num->kind == 'i') checkClass(hd, &set, H5T_INTEGER);
-    set.space = hold(H5Dget_space(set.id));
-    if (set.space < 0) hdfFail("Unable for get data space for <%s>; %s", set.name, iopFileInfo(hd));
-    checkSize(hd, &set, n);
+    openNumbers(hd, &set, num, n, 0);
     readValues(hd, &set, num, H5S_ALL, H5S_ALL, dest);
     release();
 }
@@ -610,78 +620,77 @@ void iopHdfSkip(iopHd *hd, const iopNum *num, int64_t n)
     countUp(hd);
 }
 
-/* An array is one data set: it is read as a whole. */
+/* ---- parts of an array, rows of a table ---- */
+
+/* Reads n of all the numbers, from `start` on, if they fill places of the first extent; 0 if they do not. */
+static int readPart(iopHd *hd, hdfSet *set, const iopNum *num, int64_t start, int64_t n, int64_t all, void *dest)
+{
+    const int64_t each = set->rank > 0 ? all / (int64_t) set->dims[0] : all + 1;
+    if (start % each != 0 || n % each != 0) return 0;
+    const hsize_t size = (hsize_t) n;
+    hsize_t from[H5S_MAX_RANK] = { (hsize_t) (start / each) };
+    set->dims[0] = (hsize_t) (n / each);
+    const hid_t memory = hold(H5Screate_simple(1, &size, NULL));
+    if (memory < 0) hdfFail(hd, "Unable to clear a memory space for <%s>; %s", set->name, iopFileInfo(hd));
+    if (H5Sselect_hyperslab(set->space, H5S_SELECT_SET, from, NULL, set->dims, NULL) < 0)
+        hdfFail(hd, "Unable to set hyperslab <%s>; %s", set->name, iopFileInfo(hd));
+    readValues(hd, set, num, memory, set->space, dest);
+    return 1;
+}
+
+/* The array is one data set. */
 void iopHdfGetSub(iopHd *hd, const iopNum *num, int64_t before, int64_t n, int64_t behind, void *dest)
 {
     static char *whole;
     const int64_t all = before + n + behind;
+    if (n > 0) {
+        hdfSet set;
+        nameNext(hd, &set);
+        countUp(hd);
+        openNumbers(hd, &set, num, all, 0);
+        if (!readPart(hd, &set, num, before, n, all, dest)) {
+            memFree(whole);                             /* of a read that failed */
+            whole = memNew(char, memSize(all, (size_t) num->size));
+            readValues(hd, &set, num, H5S_ALL, H5S_ALL, whole);
+            memcpy(dest, whole + before * num->size, (size_t) (n * num->size));
+            memFree(whole);
+        }
+        release();
+    }
     iopCount(hd, all);
-    if (all == 0) return;
-    if (all == n) return iopHdfGetNums(hd, num, dest, n);
-    memFree(whole);                                     /* of a read that failed */
-    whole = memNew(char, memSize(all, (size_t) num->size));
-    iopHdfGetNums(hd, num, whole, all);
-    memcpy(dest, whole + before * num->size, (size_t) (n * num->size));
-    memFree(whole);
-}
-
-/* ---- rows of a table ---- */
-
-/* Rows first to first + some - 1 of m, of a data set whose first extent is rows or parts of them. */
-static void readSlab(iopHd *hd, hdfSet *set, int n, int m, int first, int some, double *rows)
-{
-    const hsize_t size = (hsize_t) n * (hsize_t) some, perRow = set->dims[0] / (hsize_t) m;
-    hsize_t start[H5S_MAX_RANK] = { 0 };
-    start[0] = (hsize_t) first * perRow;
-    set->dims[0] = (hsize_t) some * perRow;
-    const hid_t memory = hold(H5Screate_simple(1, &size, NULL));
-    if (memory < 0) hdfFail("Unable to clear a memory space for <%s>; %s", set->name, iopFileInfo(hd));
-    if (H5Sselect_hyperslab(set->space, H5S_SELECT_SET, start, NULL, set->dims, NULL) < 0)
-        hdfFail("Unable to set hyperslab <%s>; %s", set->name, iopFileInfo(hd));
-    readValues(hd, set, &iopReals, memory, set->space, rows);
-}
-
-static void openTable(iopHd *hd, hdfSet *set, int64_t n)
-{
-    nameNext(hd, set);
-    openSet(hd, set);
-    getType(hd, set);
-    set->space = hold(H5Dget_space(set->id));
-    if (set->space < 0) hdfFail("Unable to get data space for <%s>; %s", set->name, iopFileInfo(hd));
-    checkSize(hd, set, n);
 }
 
 /* A table in chunks is read at the first piece, as a whole: a chunk would be unpacked for every piece that it has a
    part in. So is one whose extents do not make rows. The pieces of a plain one go straight where they belong. */
-void iopHdfGetRows(iopHd *hd, int n, int m, int first, int some, double *rows)
+void iopHdfGetRows(iopHd *hd, int n, int m, int first, int some, int add, double *rows)
 {
     static double *table;
-    const int64_t size = (int64_t) n * m;
+    const int64_t size = (int64_t) n * m, start = (int64_t) n * first, wanted = (int64_t) n * some;
     if (first == 0) memFree(table);                     /* of a read that failed */
     if (!table) {
         hdfSet set;
-        openTable(hd, &set, size);
+        nameNext(hd, &set);
+        openNumbers(hd, &set, &iopReals, size, add);
         if (some == m) {
             readValues(hd, &set, &iopReals, H5S_ALL, H5S_ALL, rows);
-        } else if (!set.chunked && set.rank > 0 && set.dims[0] % (hsize_t) m == 0) {
-            readSlab(hd, &set, n, m, first, some, rows);
-        } else {
+        } else if (set.chunked || !readPart(hd, &set, &iopReals, start, wanted, size, rows)) {
             table = memNew(double, size);
             readValues(hd, &set, &iopReals, H5S_ALL, H5S_ALL, table);
         }
         release();
     }
-    if (table) memcpy(rows, table + (int64_t) first * n, (size_t) some * (size_t) n * sizeof *rows);
+    if (table) memcpy(rows, table + start, (size_t) wanted * sizeof *rows);
     if (first + some < m) return;
     memFree(table);
     countUp(hd);
 }
 
 /* Could n values stand in the file, packed as densely as can be? The numbers of values are compared by each read. */
+/* Could n values stand in the file, packed as densely as can be? The numbers of values are compared by each read. */
 int iopHdfHolds(iopHd *hd, int64_t n, int size)
 {
     hsize_t bytes;
-    return H5Fget_filesize(hd->hdfFile, &bytes) >= 0 && n <= (int64_t) bytes * DENSEST / size;
+    return H5Fget_filesize(hd->hdfFile, &bytes) >= 0 && n <= iopMostBytes(hd->opt, (int64_t) bytes) / size;
 }
 
 /* ---- writing ---- */
@@ -694,13 +703,13 @@ void iopHdfPutInts(iopHd *hd, const int *src, int n1, int n2, int wrap)
     release();
     nameNext(hd, &set);
     set.space = hold(H5Screate_simple(2, dims, NULL));
-    if (set.space < 0) hdfFail("Unable to create a spaceId; %s", iopFileInfo(hd));
+    if (set.space < 0) hdfFail(hd, "Unable to create a spaceId; %s", iopFileInfo(hd));
     set.type = hold(H5Tcopy(H5T_NATIVE_INT));
-    if (set.type < 0) hdfFail("Unable to create a typeId; %s", iopFileInfo(hd));
+    if (set.type < 0) hdfFail(hd, "Unable to create a typeId; %s", iopFileInfo(hd));
     set.id = hold(H5Dcreate2(hd->hdfData, set.name, set.type, set.space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-    if (set.id < 0) hdfFail("Unable to create data set for <%s>; %s", set.name, iopFileInfo(hd));
+    if (set.id < 0) hdfFail(hd, "Unable to create data set for <%s>; %s", set.name, iopFileInfo(hd));
     const herr_t status = H5Dwrite(set.id, set.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, src);
-    if (!release() || status < 0) hdfFail("Unable to write data set for <%s>; %s", set.name, iopFileInfo(hd));
+    if (!release() || status < 0) hdfFail(hd, "Unable to write data set for <%s>; %s", set.name, iopFileInfo(hd));
     countUp(hd);
 }
 
@@ -721,7 +730,7 @@ int iopHdfSetLoc(iopHd *hd, int64_t loc, int reread)
 {
     const int64_t number = loc >> LOC_BITS, mark = loc & ((1 << LOC_BITS) - 1);
     if (mark != LOC_MARK || number < 0 || number > INT_MAX)
-        sysFailIn("iopSetLoc", "Invalid location <%lld>; %s", (long long) loc, iopFileInfo(hd));
+        iopFail(hd, "Invalid location <%lld>; %s", (long long) loc, iopFileInfo(hd));
     hd->nDataSets = (int) number;
     return 1;
 }

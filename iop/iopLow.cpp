@@ -13,25 +13,30 @@
 
 #include "base/cvt.h"
 
-const iopNum iopInts   = { 'i', 4, &iopHd::nativeInt,   &iopHd::fileInt,   cvtConvInts,   iopScanInt,   iopScanInts   };
-const iopNum iopReals  = { 'r', 8, &iopHd::nativeReal,  &iopHd::fileReal,  cvtConvReals,  iopScanReal,  iopScanReals  };
-const iopNum iopFloats = { 'f', 4, &iopHd::nativeFloat, &iopHd::fileFloat, cvtConvFloats, iopScanFloat, iopScanFloats };
+const iopNum iopInts   = { 'i', 4, "iopGetIntF",   "iopGetIntDsp",   "iopGetBinInts",
+                           &iopHd::nativeInt,   &iopHd::fileInt,   cvtConvInts,   iopScanInt,   iopScanInts   };
+const iopNum iopReals  = { 'r', 8, "iopGetRealF",  "iopGetRealDsp",  "iopGetBinReals",
+                           &iopHd::nativeReal,  &iopHd::fileReal,  cvtConvReals,  iopScanReal,  iopScanReals  };
+const iopNum iopFloats = { 'f', 4, "iopGetFloatF", "iopGetFloatDsp", NULL,
+                           &iopHd::nativeFloat, &iopHd::fileFloat, cvtConvFloats, iopScanFloat, iopScanFloats };
 
 /* ---- checks ---- */
 
-void iopCheckReadable(const iopHd *hd)
+void iopToRead(iopHd *hd, const char *function)
 {
-    if (!(hd->opt & IOP_READ)) sysFail("file <%s> is not for reading", hd->fileName);
+    hd->function = function;
+    if (!(hd->opt & IOP_READ)) iopFail(hd, "file <%s> is not for reading", hd->fileName);
 }
 
-static void checkWritable(const iopHd *hd)
+static void toWrite(iopHd *hd, const char *function)
 {
-    if (!(hd->opt & IOP_WRITE)) sysFail("file <%s> is not for writing", hd->fileName);
+    hd->function = function;
+    if (!(hd->opt & IOP_WRITE)) iopFail(hd, "file <%s> is not for writing", hd->fileName);
 }
 
 static void checkCount(iopHd *hd, int64_t n)
 {
-    if (n < 0) sysFail("invalid count <%lld>; %s", (long long) n, iopFileInfo(hd));
+    if (n < 0) iopFail(hd, "invalid count <%lld>; %s", (long long) n, iopFileInfo(hd));
 }
 
 /* The counter serves messages only: it stays at its end rather than wrap round. */
@@ -44,17 +49,17 @@ void iopNeed(iopHd *hd, int64_t n, char kind)
 {
     const int size = kind == 'r' || kind == 's' ? 8 : 4;
     int budget = iopBudget(hd);
-    iopCheckReadable(hd);
+    iopToRead(hd, __func__);
     checkCount(hd, n);
     while (!hd->form->holds(hd, n, size))
-        if (!iopWait(&budget)) sysFail("EOF %s", iopFileInfo(hd));
+        if (!iopWait(&budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
 }
 
 /* ---- strings and lines ---- */
 
-static int getStr(iopHd *hd, char *text, int must)
+static int getStr(iopHd *hd, const char *function, char *text, int must)
 {
-    iopCheckReadable(hd);
+    iopToRead(hd, function);
     if (!hd->form->getStr(hd, text, must)) return 0;
     snprintf(hd->lastToken, SYS_NAME, "%.*s", SYS_NAME - 1, text);
     iopCount(hd, 1);
@@ -63,17 +68,18 @@ static int getStr(iopHd *hd, char *text, int must)
 
 void iopGetStrF(iopHd *hd, char *text)
 {
-    getStr(hd, text, 1);
+    getStr(hd, __func__, text, 1);
 }
 
 int iopGetIfStr(iopHd *hd, char *text)
 {
-    return getStr(hd, text, 0);
+    return getStr(hd, __func__, text, 0);
 }
 
 int iopGetLine(iopHd *hd, char *text, int size)
 {
-    if (!(hd->opt & IOP_READ)) sysFail("not a read file <%s>", hd->fileName);
+    hd->function = __func__;
+    if (!(hd->opt & IOP_READ)) iopFail(hd, "not a read file <%s>", hd->fileName);
     const int came = hd->form->getLine(hd, text, size);
     if (came) iopCount(hd, 1);
     return came;
@@ -81,12 +87,13 @@ int iopGetLine(iopHd *hd, char *text, int size)
 
 void iopPrintLine(iopHd *hd, const char *format, ...)
 {
-    if (!(hd->opt & IOP_WRITE)) sysFail("incompatible mode for file <%s>", hd->fileName);
+    hd->function = __func__;
+    if (!(hd->opt & IOP_WRITE)) iopFail(hd, "incompatible mode for file <%s>", hd->fileName);
     va_list args;
     va_start(args, format);
     const int written = hd->form->putLine(hd, format, args);
     va_end(args);
-    if (!written) sysFail("unable to write to %s format <%s>", iopFileInfo(hd), format);
+    if (!written) iopFail(hd, "unable to write to %s format <%s>", iopFileInfo(hd), format);
     iopCount(hd, 1);
 }
 
@@ -94,7 +101,7 @@ void iopPrintLine(iopHd *hd, const char *format, ...)
 
 void iopGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 {
-    iopCheckReadable(hd);
+    iopToRead(hd, num->get);
     checkCount(hd, n);
     if (n > 0) hd->form->getNums(hd, num, dest, n);
     iopCount(hd, n);
@@ -102,7 +109,7 @@ void iopGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 
 void iopSkipNums(iopHd *hd, const iopNum *num, int64_t n)
 {
-    iopCheckReadable(hd);
+    iopToRead(hd, num->skip);
     checkCount(hd, n);
     if (n > 0) hd->form->skip(hd, num, n);
     iopCount(hd, n);
@@ -110,7 +117,7 @@ void iopSkipNums(iopHd *hd, const iopNum *num, int64_t n)
 
 static void getBin(iopHd *hd, const iopNum *num, void *dest, int n)
 {
-    iopCheckReadable(hd);
+    iopToRead(hd, num->getBin);
     checkCount(hd, n);
     if (n > 0) hd->form->getBin(hd, num, dest, n);
     iopCount(hd, n);
@@ -127,11 +134,11 @@ void iopGetBinReals(iopHd *hd, double *dest, int n) { getBin(hd, &iopReals, dest
 
 void iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap)
 {
-    checkWritable(hd);
+    toWrite(hd, __func__);
     checkCount(hd, n1);
     checkCount(hd, n2);
     const int64_t n = (int64_t) n1 * n2;
-    if (n > INT_MAX) sysFail("too many values <%d> x <%d>; %s", n1, n2, iopFileInfo(hd));
+    if (n > INT_MAX) iopFail(hd, "too many values <%d> x <%d>; %s", n1, n2, iopFileInfo(hd));
     if (n > 0) hd->form->putInts(hd, src, n1, n2, wrap);
     iopCount(hd, n);
 }
@@ -139,13 +146,13 @@ void iopPutIntF(iopHd *hd, int *src, int n1, int n2, int wrap)
 /* A file of the other byte order gets the values turned round, and the caller gets them back as they were. */
 void iopPutBinInts(iopHd *hd, int *src, int n)
 {
-    checkWritable(hd);
+    toWrite(hd, __func__);
     checkCount(hd, n);
     const int turn = n > 0 && hd->fileInt != hd->nativeInt;
     if (turn) cvtConvInts(src, src, hd->nativeInt, hd->fileInt, n);
     const int written = n < 1 || hd->form->putBin(hd, src, n);
     if (turn) cvtConvInts(src, src, hd->fileInt, hd->nativeInt, n);
-    if (!written) sysFail("unable to write <%d> integers %s", n, iopFileInfo(hd));
+    if (!written) iopFail(hd, "unable to write <%d> integers %s", n, iopFileInfo(hd));
     iopCount(hd, n);
 }
 
@@ -158,8 +165,9 @@ int64_t iopGetLoc(iopHd *hd)
 
 static void setLoc(iopHd *hd, int64_t loc, int reread)
 {
+    hd->function = "iopSetLoc";
     if (!hd->form->setLoc(hd, loc, reread))
-        sysFailIn("iopSetLoc", "Unable to set location <%lld> <%s>", (long long) loc, iopFileInfo(hd));
+        iopFail(hd, "Unable to set location <%lld> <%s>", (long long) loc, iopFileInfo(hd));
 }
 
 void iopSetLoc(iopHd *hd, int64_t loc)

@@ -64,7 +64,7 @@ static double *roomFor(int n, int *nRows)
 void iopScatterRows(iopHd *hd, int n, int m, const int *idx, double *dest, int add)
 {
     if (!add && (!idx || consecutive(idx, m))) {
-        hd->form->getRows(hd, n, m, 0, m, dest + (idx ? (int64_t) idx[0] * n : 0));
+        hd->form->getRows(hd, n, m, 0, m, 0, dest + (idx ? (int64_t) idx[0] * n : 0));
         iopCount(hd, (int64_t) n * m);
         return;
     }
@@ -72,7 +72,7 @@ void iopScatterRows(iopHd *hd, int n, int m, const int *idx, double *dest, int a
     double *rows = roomFor(n, &atOnce);
     for (int first = 0; first < m; first += atOnce) {
         const int some = m - first < atOnce ? m - first : atOnce;
-        hd->form->getRows(hd, n, m, first, some, rows);
+        hd->form->getRows(hd, n, m, first, some, add, rows);
         iopCount(hd, (int64_t) n * some);
         /* without an index, which only an addition has here, row i is row i */
         if (!idx) for (int64_t k = 0; k < (int64_t) some * n; ++k) dest[(int64_t) first * n + k] += rows[k];

@@ -48,6 +48,12 @@ FILE *iopOpenToRead(const char *name, const char *mode)
     return fopen(name, mode);
 }
 
+/* Kept when the handle is recycled. */
+static void makeAhead(iopHd *hd)
+{
+    if (!hd->ahead.data) hd->ahead.data = memNew(char, AHEAD_SIZE + 1);     /* a zero stands behind a text's number */
+}
+
 /* Both set: reading wins. A file to be read may still have to be made by its writer. What the host starts is not to
    inherit our files: "e" closes them there. */
 int iopStreamOpen(iopHd *hd, int *budget)
@@ -57,6 +63,7 @@ int iopStreamOpen(iopHd *hd, int *budget)
     iopDiskName(hd, name, sizeof name);
     if (hd->opt & IOP_READ) {
         int error;
+        makeAhead(hd);                              /* without memory, before there is a stream to lose */
         do {
             hd->fp = iopOpenToRead(name, bytes ? "rbe" : "re");
             error = errno;
@@ -108,7 +115,7 @@ static int64_t readSome(iopHd *hd, void *dest, int64_t n)
 int iopFill(iopHd *hd)
 {
     iopAhead *a = &hd->ahead;
-    if (!a->data) a->data = memNew(char, AHEAD_SIZE + 1);   /* one more for the zero behind a text's number */
+    makeAhead(hd);
     const int drop = a->pos - hd->form->nKeep;
     if (drop > 0) {
         memmove(a->data, a->data + drop, (size_t) (a->size - drop));
@@ -156,7 +163,7 @@ int64_t iopReadBytes(iopHd *hd, void *dest, int64_t n, int *budget)
 }
 
 /* On a stream rows follow one another: those asked for are the next ones. */
-void iopStreamGetRows(iopHd *hd, int n, int m, int first, int some, double *rows)
+void iopStreamGetRows(iopHd *hd, int n, int, int, int some, int, double *rows)
 {
     hd->form->getNums(hd, &iopReals, rows, (int64_t) n * some);
 }
@@ -191,11 +198,13 @@ int iopStreamSetLoc(iopHd *hd, int64_t loc, int reread)
     return 1;
 }
 
+/* A pipe does not tell, but the file behind it does, as far as can be. */
 int64_t iopStreamLeft(iopHd *hd)
 {
     struct stat st;
-    if (!hd->fp || fstat(fileno(hd->fp), &st) != 0) return 0;
-    if (!S_ISREG(st.st_mode)) return INT64_MAX;            /* a pipe does not tell */
-    const int64_t left = (int64_t) st.st_size - iopStreamGetLoc(hd);
+    char name[SYS_NAME + 8];
+    iopDiskName(hd, name, sizeof name);
+    if (!hd->fp || (hd->pid ? stat(name, &st) : fstat(fileno(hd->fp), &st)) != 0) return 0;
+    const int64_t left = iopMostBytes(hd->opt, (int64_t) st.st_size) - iopStreamGetLoc(hd);
     return left > 0 ? left : 0;
 }

@@ -30,7 +30,7 @@ void iopTextOpen(iopHd *hd, int *budget)
     const int error = errno;
     char name[SYS_NAME + 8];
     iopDiskName(hd, name, sizeof name);
-    iopGiveUp(hd, "iopOpenFile", "unable to open ascii file <%s>; %s", name, strerror(error));
+    iopGiveUp(hd, "unable to open ascii file <%s>; %s", name, strerror(error));
 }
 
 /* ---- bytes ---- */
@@ -42,7 +42,7 @@ static int byteBehind(iopHd *hd, int i)
     if (i > MAX_NUMBER) return -1;          /* see checkNumber */
     while (!iopFill(hd)) {
         if (!hd->ahead.failed) return -1;
-        if (!iopWait(&budget)) sysFail("EOF %s", iopFileInfo(hd));
+        if (!iopWait(&budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
     }
     return (unsigned char) hd->ahead.data[hd->ahead.pos + i];
 }
@@ -73,10 +73,10 @@ static int nextToken(iopHd *hd)
 
 /* ---- strings and lines ---- */
 
-SYS_NORETURN static void failTooBig(char *text)
+SYS_NORETURN static void failTooBig(iopHd *hd, char *text)
 {
     text[SYS_TEXT - 1] = 0;
-    sysFail("string too big <%d>", SYS_TEXT);
+    iopFail(hd, "string too big <%d>", SYS_TEXT);
 }
 
 /* One word as "%s" takes it; 0 at the end of the data. */
@@ -85,7 +85,7 @@ static int getWord(iopHd *hd, char *text)
     if (!nextToken(hd)) return 0;
     int n = 0;
     for (int c; (c = byteAt(hd, 0)) >= 0 && !isWhite(c); hd->ahead.pos++) {
-        if (n == SYS_TEXT - 1) failTooBig(text);
+        if (n == SYS_TEXT - 1) failTooBig(hd, text);
         text[n++] = (char) c;
     }
     text[n] = 0;
@@ -102,8 +102,8 @@ static void getQuoted(iopHd *hd, char *text, int *budget)
     for (;; ++n) {
         int c;
         while ((c = byteAt(hd, 0)) < 0)
-            if (!iopWait(budget)) sysFail("EOF %s", iopFileInfo(hd));
-        if (n == SYS_TEXT) failTooBig(text);
+            if (!iopWait(budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
+        if (n == SYS_TEXT) failTooBig(hd, text);
         hd->ahead.pos++;
         if (c == 0 || c == '\n' || c == '"') break;
         text[n] = (char) c;
@@ -117,14 +117,14 @@ int iopTextGetStr(iopHd *hd, char *text, int must)
     if (!must) return getWord(hd, text);
     int budget = iopBudget(hd);
     while (!getWord(hd, text))
-        if (!iopWait(&budget)) sysFail("EOF %s", iopFileInfo(hd));
+        if (!iopWait(&budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
     if (text[0] == '"') getQuoted(hd, text, &budget);
     return 1;
 }
 
 int iopTextGetLine(iopHd *hd, char *text, int size)
 {
-    if (size < 2) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
+    if (size < 2) iopFail(hd, "Buffer overflow <%d>; %s", size, iopFileInfo(hd));
     int n = 0, c = -1;
     while (n < size - 1 && (c = byteAt(hd, 0)) >= 0) {
         hd->ahead.pos++;
@@ -138,7 +138,7 @@ int iopTextGetLine(iopHd *hd, char *text, int size)
         if (n > 0 && text[n - 1] == '\r') text[--n] = 0;
     }
     /* of the bytes read: a zero byte among them ends the text, not the line */
-    if (n >= size - 1) sysFail("Buffer overflow <%d>; %s", size, iopFileInfo(hd));
+    if (n >= size - 1) iopFail(hd, "Buffer overflow <%d>; %s", size, iopFileInfo(hd));
     return 1;
 }
 
@@ -156,7 +156,7 @@ int iopTextPutLine(iopHd *hd, const char *format, va_list args)
    may still be written: 0, as if nothing had come. */
 static int checkNumber(iopHd *hd, int length, int ok)
 {
-    if (length > MAX_NUMBER) sysFail("number longer than <%d> characters; %s", MAX_NUMBER, iopFileInfo(hd));
+    if (length > MAX_NUMBER) iopFail(hd, "number longer than <%d> characters; %s", MAX_NUMBER, iopFileInfo(hd));
     if (ok) return length;
     return byteAt(hd, length) < 0 ? 0 : -1;
 }
@@ -175,7 +175,8 @@ int iopScanInt(iopHd *hd, void *dest)
     if (n < 1) return n;
     if (minus) value = -value;
     if (value != (int) value)
-        sysFail("integer <%.*s> exceeds 32 bits; %s", n < 40 ? n : 40, hd->ahead.data + hd->ahead.pos, iopFileInfo(hd));
+        iopFail(hd, "integer <%.*s> exceeds 32 bits; %s", n < 40 ? n : 40, hd->ahead.data + hd->ahead.pos,
+                iopFileInfo(hd));
     hd->ahead.pos += n;
     if (dest) *(int *) dest = (int) value;
     return 1;
@@ -240,7 +241,7 @@ template <class Real> static int scanReal(iopHd *hd, Real *dest)
     if (n < 1) return n;
     if (dest) {
         char *s = hd->ahead.data + hd->ahead.pos;
-        const char kept = s[n];                     /* room for it: see iopFill */
+        const char kept = s[n];                     /* room for it: see makeAhead */
         s[n] = 0;
         toReal(s, dest);
         s[n] = kept;
@@ -368,7 +369,7 @@ template <class Number> static int64_t scanWhole(iopHd *hd, Number *dest, int64_
     iopAhead *a = &hd->ahead;
     if (a->pos == a->size) return 0;
     const char *at = a->data + a->pos, *end = a->data + a->size;
-    a->data[a->size] = 0;                           /* room for it: see iopFill */
+    a->data[a->size] = 0;                           /* room for it: see makeAhead */
     int64_t i = 0;
     for (; i < n; ++i) {
         const char *s = at;
@@ -399,7 +400,7 @@ void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
             i += came;
         } else if (came < 0 || !iopWait(&budget)) {
             iopCount(hd, i);
-            sysFail("EOF %s", iopFileInfo(hd));
+            iopFail(hd, "EOF %s", iopFileInfo(hd));
         }
     }
 }
@@ -424,7 +425,7 @@ void iopTextPutInts(iopHd *hd, const int *src, int n1, int n2, int wrap)
             const int last = i == n1 - 1, full = (i + 1) % 100 == 0;
             const char *behind = !wrap ? " " : last ? "\n" : full ? " \n" : " ";
             if (!hd->fp || fprintf(hd->fp, "%d%s", *src++, behind) < 0)
-                sysFail("unable to write <%d> integers %s", n1 * n2, iopFileInfo(hd));
+                iopFail(hd, "unable to write <%d> integers %s", n1 * n2, iopFileInfo(hd));
         }
     }
 }

@@ -27,7 +27,8 @@ static int atKey(iopHd *hd, const char *key)
 static int64_t tableSize(iopHd *hd, int n1, int n2)
 {
     const int64_t n = (int64_t) n1 * n2;
-    if (n1 < 0 || n2 < 0 || n > INT_MAX) sysFail("invalid table of <%d> x <%d> values; %s", n1, n2, iopFileInfo(hd));
+    if (n1 < 0 || n2 < 0 || n > INT_MAX)
+        iopFail(hd, "invalid table of <%d> x <%d> values; %s", n1, n2, iopFileInfo(hd));
     return n;
 }
 
@@ -46,22 +47,25 @@ static void skipTable(iopHd *hd, const iopNum *num)
     iopGetIntF(hd, &size[0], 1);        /* two tokens: forms that name their tokens know them one by one */
     iopGetIntF(hd, &size[1], 1);
     if (size[0] < 0 || size[1] < 0)
-        sysFail("invalid table of <%d> x <%d> values; %s", size[0], size[1], iopFileInfo(hd));
+        iopFail(hd, "invalid table of <%d> x <%d> values; %s", size[0], size[1], iopFileInfo(hd));
     const int64_t n = (int64_t) size[0] * size[1];
     iopNeed(hd, n, num->kind);
     iopSkipNums(hd, num, n);
 }
 
 /* Rows first to last - 1 of a table of n2 rows of n1 values. */
-static void getSubTable(iopHd *hd, const iopNum *num, const char *key, int n1, int n2, int first, int last, void *dest)
+static void getSubTable(iopHd *hd, const char *function, const iopNum *num, const char *key, int n1, int n2, int first,
+                        int last, void *dest)
 {
     iopCheckStr(hd, key);
     iopCheckInt(hd, n1);
     iopCheckInt(hd, n2);
+    hd->function = function;
     if (first < 0 || last <= first || last > n2)
-        sysFail("Inappropriate sub index range <%d>-<%d> for dim2 <%d>", first, last, n2);
+        iopFail(hd, "Inappropriate sub index range <%d>-<%d> for dim2 <%d>", first, last, n2);
     const int64_t n = tableSize(hd, n1, last - first);
     iopNeed(hd, (int64_t) n1 * n2, num->kind);
+    hd->function = function;
     hd->form->getSub(hd, num, (int64_t) n1 * first, n, (int64_t) n1 * (n2 - last), dest);
 }
 
@@ -138,30 +142,32 @@ void iopSkipRealsIf(iopHd *hd, const char *key)
 
 void iopReadSubInts(iopHd *hd, const char *key, int n1, int n2, int first, int last, int *dest)
 {
-    getSubTable(hd, &iopInts, key, n1, n2, first, last, dest);
+    getSubTable(hd, __func__, &iopInts, key, n1, n2, first, last, dest);
 }
 
 void iopReadSubReals(iopHd *hd, const char *key, int n1, int n2, int first, int last, double *dest)
 {
-    getSubTable(hd, &iopReals, key, n1, n2, first, last, dest);
+    getSubTable(hd, __func__, &iopReals, key, n1, n2, first, last, dest);
 }
 
 /* Values of a part of the mesh land in the rows of the whole mesh, without an array in between. */
-static void getIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest, int add)
+static void getIndexed(iopHd *hd, const char *function, const char *key, int n, int m, const int *idx, double *dest,
+                       int add)
 {
-    iopCheckReadable(hd);
+    iopToRead(hd, function);
     iopCheckStr(hd, key);
     iopCheckInt(hd, n);
     iopCheckInt(hd, m);
+    hd->function = function;
     if (tableSize(hd, n, m) > 0) iopScatterRows(hd, n, m, idx, dest, add);
 }
 
 void iopGetRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest)
 {
-    getIndexed(hd, key, n, m, idx, dest, 0);
+    getIndexed(hd, __func__, key, n, m, idx, dest, 0);
 }
 
 void iopAddRealsIndexed(iopHd *hd, const char *key, int n, int m, const int *idx, double *dest)
 {
-    getIndexed(hd, key, n, m, idx, dest, 1);
+    getIndexed(hd, __func__, key, n, m, idx, dest, 1);
 }

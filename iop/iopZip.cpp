@@ -23,9 +23,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/* Text bytes that a byte of the file stands for at most: a code of 16 bits is a string of less than 64 K. */
-enum { MAX_RATIO = 32768 };
-
 /* ---- the programs ---- */
 
 /* Starts a program with these as standard input (-1: empty) and output; errno and 0 if that fails. A host that ignores
@@ -167,9 +164,9 @@ void iopZipOpen(iopHd *hd, int *)
     char name[SYS_NAME + 8];
     iopDiskName(hd, name, sizeof name);
     if (!(hd->opt & IOP_READ) && (hd->opt & IOP_APPEND))
-        iopGiveUp(hd, "iopOpenFile", "Unable to append to compressed file <%s>", name);
+        iopGiveUp(hd, "Unable to append to compressed file <%s>", name);
     if (!(hd->opt & IOP_READ ? startReading(hd) : startWriting(hd, name)))
-        iopGiveUp(hd, "iopOpenFile", "unable to open compressed file <%s>; %s", name, strerror(errno));
+        iopGiveUp(hd, "unable to open compressed file <%s>; %s", name, strerror(errno));
     iopStreamBuffer(hd);
 }
 
@@ -193,17 +190,7 @@ int iopZipClose(iopHd *hd)
     return closed && done;
 }
 
-/* ---- room, locations ---- */
-
-/* At least a digit and a blank each, but for the last. */
-int iopZipHolds(iopHd *hd, int64_t n, int)
-{
-    char name[SYS_NAME + 8];
-    iopDiskName(hd, name, sizeof name);
-    const int64_t size = iopFileSize(name), most = size < INT64_MAX / MAX_RATIO ? size * MAX_RATIO : INT64_MAX;
-    const int64_t left = most - iopStreamGetLoc(hd);
-    return n < 1 || (left > 0 && n - 1 <= (left - 1) / 2);
-}
+/* ---- locations ---- */
 
 /* Reads up to a location that is not before the piece; 0: the data end before it. */
 static int forward(iopHd *hd, int64_t loc)
@@ -221,7 +208,7 @@ int iopZipSetLoc(iopHd *hd, int64_t loc, int reread)
     if ((reread || loc < hd->ahead.start) && !startReading(hd)) {
         char name[SYS_NAME + 8];
         iopDiskName(hd, name, sizeof name);
-        sysFailIn("iopSetLoc", "unable to open compressed file <%s>; %s", name, strerror(errno));
+        iopFail(hd, "unable to open compressed file <%s>; %s", name, strerror(errno));
     }
     return forward(hd, loc);
 }

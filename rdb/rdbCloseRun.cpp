@@ -13,6 +13,7 @@ static void freeVolSet(void *rec)
     memFree(set->file);
     memFree(set->usrIdHash);
     memFree(set->cnn);
+    memFree(set->nodes);
 }
 
 static void freeTexts(char **texts, int n)

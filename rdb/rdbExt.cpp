@@ -227,12 +227,11 @@ static int addSets(rdbHd *hd, const char *name, double *dest, int var, int outId
 {
     rdbExtWork *work = &hd->run->extWork;
     setRequest  r = {};
-    int         nSteps, nSets, *hash;
+    int         nSets, *hash;
     makeSetKeys(&r.keys, name);
     r.var = var;
     r.inTime = strcmp(name, "srs") == 0;
-    if (!rdbGetInt0(hd, "nSteps", &nSteps) || !rdbGetInt1(hd, "outStep", &r.outStep, outIdx) ||
-        (r.inTime && !findTime(hd, outIdx, &r)) ||
+    if (!rdbGetInt1(hd, "outStep", &r.outStep, outIdx) || (r.inTime && !findTime(hd, outIdx, &r)) ||
         !rdbGetInt0(hd, "nNodes", &r.nNodes) || !rdbGetInt1(hd, r.keys.varDim, &r.width, var) ||
         !rdbGetUsrIdHash(hd, &hash) || !rdbGetInt0(hd, r.keys.nSets, &nSets)) return 0;
     if ((int64_t) r.width * r.nNodes > (int64_t) rows * cols)

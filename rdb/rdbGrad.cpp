@@ -3,36 +3,38 @@
  *
  * A gradient is taken in the elements, at their quadrature points, and brought to the nodes by a lumped projection:
  * each point adds its gradient to the element's nodes, weighted by the node's shape function and the point's weight,
- * and each node's sum is divided by its weights. The order of these additions is part of the result, to the last bit: element
- * group, volume, element, point, node, component. Elements go through the kernels in blocks, which changes no result
- * since the kernels round each element by itself; the additions are then made element by element.
+ * and each node's sum is divided by its weights. The order of these additions is part of the result, to the last bit:
+ * element set, volume, element, point, node, component. Elements go through the kernels in blocks, which changes no
+ * result since the kernels round each element by itself; the additions are then made element by element.
  *
  * In this file: walking the elements, the projection, what is projected, the auxiliary list, the getters. */
 
 #include "rdb/rdbInt.h"
 
-#include <limits.h>
 #include <math.h>
 #include <string.h>
-
-#include <type_traits>
 
 #include "mtx/fMtx.h"
 #include "tpl/fTpl3.h"
 
 /* ------------------------------------------------------------------------------------------ walking the elements */
 
-enum { BLOCK = 32, MAX_NEN = 10 };       /* elements of a block, nodes of an element */
+enum { BLOCK = 32, MAX_NEN = 10, MAX_QUAD = 128 };   /* elements of a block; nodes and points of an element */
 
-/* Elements of one volume, all in one block: positions of their nodes in the mesh, nen per element */
+/* Elements of one volume, all in one block */
 typedef struct elemBlock {
     const rdbElmSet *elm;
     const rdbVolSet *vol;
+    const tplRec    *tpl;
     int              n, nen;
-    int              nodes[BLOCK * MAX_NEN];
+    const int       *nodes;              /* positions in the mesh, nen per element */
 } elemBlock;
 
-typedef void (*blockVisitor)(rdbHd *hd, const elemBlock *block);
+typedef struct elemWalk {
+    tplRec *rdbVolSet::*tpl;             /* the volume's own points, or the reduced ones */
+    int               (*wanted)(const rdbElmSet *elm);   /* null: all sets are           */
+    void              (*visit)(rdbHd *hd, const elemBlock *block);
+} elemWalk;
 
 /* The work arrays are the run's: a failure that jumps out of here loses nothing. */
 void rdbDropGrad(runHd *run)
@@ -48,51 +50,65 @@ void rdbDropGrad(runHd *run)
     memFree(work->row);
 }
 
-/* Fills the block with elements first to first + n - 1 of a volume: 0 if one has a node that the mesh has not */
-static int fillBlock(elemBlock *block, const int *hash, int nNodes, int volId, const int *cnn, int first, int n)
+/* Positions in the mesh of n nodes, given by user ids: 0 if the mesh has not one of them */
+static int findNodes(const int *hash, int nNodes, int volId, const int *cnn, int64_t n, int *nodes)
 {
-    const int64_t from = (int64_t) first * block->nen;
-    block->n = n;
-    for (int i = 0; i < n * block->nen; ++i) {
-        int       missing;
-        const int position = mtxIfInvHash(hash, nNodes, cnn[from + i], &missing);
-        if (missing || position < 0 || position >= nNodes)
-            return rdbFail("Invalid element definition <%d> <%d>", volId, (int) (from + i));
-        block->nodes[i] = position;
+    for (int64_t i = 0; i < n; ++i) {
+        int missing;
+        nodes[i] = mtxIfInvHash(hash, nNodes, cnn[i], &missing);
+        if (missing || nodes[i] < 0 || nodes[i] >= nNodes)
+            return rdbFail("Invalid element definition <%d> <%d>", volId, (int) i);
     }
     return 1;
 }
 
-static int walkVolume(rdbHd *hd, const int *hash, int nNodes, const rdbElmSet *elm, int volId, int blockSize,
-                      blockVisitor visit)
+/* The nodes of a volume's elements, nen for each: looked up once, and kept beside the connectivity. From where they
+   are allocated on nothing jumps: the volume has all of them or none. */
+static int getVolNodes(rdbHd *hd, int volId, const int **nodes)
 {
-    elemBlock block;
-    int      *cnn;
-    if (!rdbGetVolCnn(hd, volId, &cnn)) return 0;
-    block.elm = elm;
-    block.vol = (const rdbVolSet *) hd->run->vol.rec[volId];
-    block.nen = block.vol->nElemNodes;
-    if (block.nen < 1 || block.nen > MAX_NEN)
-        return rdbFail("Inconsistent nElemNodes <%d> vs <%d>", block.nen, MAX_NEN);
-    for (int first = 0; first < block.vol->nElems; first += blockSize) {
-        const int left = block.vol->nElems - first;
-        if (!fillBlock(&block, hash, nNodes, volId, cnn, first, left < blockSize ? left : blockSize)) return 0;
-        visit(hd, &block);
+    int *cnn, *hash, nNodes;
+    if (!rdbGetVolCnn(hd, volId, &cnn) || !rdbGetInt0(hd, "nNodes", &nNodes) || !rdbGetUsrIdHash(hd, &hash)) return 0;
+    rdbVolSet    *vol = (rdbVolSet *) hd->run->vol.rec[volId];
+    const int64_t n = (int64_t) vol->nElems * vol->nElemNodes;
+    if (!vol->nodes) {
+        vol->nodes = memNew(int, n);
+        if (!findNodes(hash, nNodes, volId, cnn, n, vol->nodes)) {
+            memFree(vol->nodes);
+            return 0;
+        }
+    }
+    *nodes = vol->nodes;
+    return 1;
+}
+
+static int walkVolume(rdbHd *hd, const elemWalk *walk, int blockSize, const rdbElmSet *elm, int volId)
+{
+    const int *nodes;
+    if (!getVolNodes(hd, volId, &nodes)) return 0;
+    const rdbVolSet *vol = (const rdbVolSet *) hd->run->vol.rec[volId];
+    const tplRec    *tpl = vol->*walk->tpl;
+    const int        nen = vol->nElemNodes;
+    if (nen != tpl->nen) return rdbFail("Inconsistent nElemNodes <%d> vs <%d>", nen, tpl->nen);
+    if (nen > MAX_NEN || tpl->nQuad > MAX_QUAD)
+        return rdbFail("topology <%d> has too many nodes <%d> or points <%d>", tpl->tplType, nen, tpl->nQuad);
+    for (int first = 0; first < vol->nElems; first += blockSize) {
+        const int       left = vol->nElems - first;
+        const elemBlock block = { elm, vol, tpl, left < blockSize ? left : blockSize, nen,
+                                  nodes + (int64_t) first * nen };
+        walk->visit(hd, &block);
     }
     return 1;
 }
 
-/* All elements of the groups that `wanted`, or all groups if it is null, in the order of groups and volumes */
-static int walkElements(rdbHd *hd, int blockSize, int (*wanted)(const rdbElmSet *), blockVisitor visit)
+/* All elements of the sets that are wanted, in the order of sets and their volumes */
+static int walkElements(rdbHd *hd, const elemWalk *walk, int blockSize)
 {
-    runHd *run = hd->run;
-    int   *hash, nNodes;
-    if (!rdbGetInt0(hd, "nNodes", &nNodes) || !rdbGetUsrIdHash(hd, &hash)) return 0;
+    const runHd *run = hd->run;
     for (int i = 0; i < run->elm.n; ++i) {
         const rdbElmSet *elm = (const rdbElmSet *) run->elm.rec[i];
-        if (wanted && !wanted(elm)) continue;
-        for (int k = 0; k < elm->nVols && elm->volIds; ++k)
-            if (!walkVolume(hd, hash, nNodes, elm, elm->volIds[k], blockSize, visit)) return 0;
+        if (walk->wanted && !walk->wanted(elm)) continue;
+        for (int k = 0; k < elm->nVols; ++k)
+            if (!walkVolume(hd, walk, blockSize, elm, elm->volIds[k])) return 0;
     }
     return 1;
 }
@@ -108,30 +124,23 @@ static int readCrd(rdbHd *hd)
 
 /* ------------------------------------------------------------------------------------------------ the projection */
 
-/* The object of the volume's elements; its nodes must be as many as the volume's */
-static const tplRec *topologyOf(const elemBlock *block, const tplRec *tpl, int rule)
-{
-    if (!tpl) tpl = tplNew(block->vol->type, rule);
-    if (tpl->nen != block->nen) sysFail("Inconsistent nElemNodes <%d> vs <%d>", block->nen, tpl->nen);
-    return tpl;
-}
-
 /* Has a point the local gradients and the weight of the one before? So it is in tetrahedra: then it has its gradients
    in space, too. */
 static int isLikeLast(const tplRec *tpl, int q)
 {
     const int     size = 3 * tpl->nen;
     const double *shgl = tpl->shgl + (int64_t) q * size;
-    return q > 0 && tpl->quadWgt[q] == tpl->quadWgt[q - 1] && memcmp(shgl, shgl - size, sizeof *shgl * (size_t) size) == 0;
+    return q > 0 && tpl->quadWgt[q] == tpl->quadWgt[q - 1] &&
+           memcmp(shgl, shgl - size, sizeof *shgl * (size_t) size) == 0;
 }
 
 /* Gradients of the shape functions in space and weights at point q, for all elements of a block. jacInv: the inverse
    jacobians, 9 per element. */
-static void shapeAt(const elemBlock *block, const tplRec *tpl, int q, const double *crd, double *shg, double *detW,
-                    double *jacInv)
+static void shapeAt(const elemBlock *block, int q, const double *crd, double *shg, double *detW, double *jacInv)
 {
     enum { SHELL = 4 };                  /* a medium */
     double        jac[9 * BLOCK];
+    const tplRec *tpl = block->tpl;
     const int     n = block->n, nen = block->nen;
     const double *shp = tpl->shp + (int64_t) q * nen, *shgl = tpl->shgl + (int64_t) q * nen * 3;
     const double *wgt = tpl->quadWgt + q;
@@ -143,28 +152,22 @@ static void shapeAt(const elemBlock *block, const tplRec *tpl, int q, const doub
     }
 }
 
-/* to += row * w. All of a row is read before any of it is written, so that values go in pairs. */
-template <int N> static inline void addRow(double *to, const double *row, double w)
+/* to += row * w. All of a row is read before any of it is written: so the compiler may take its values in pairs. */
+template <int WIDTH> static inline void addRow(double *to, const double *row, double w)
 {
-    double sums[N];
-    for (int k = 0; k < N; ++k) sums[k] = to[k] + row[k] * w;
-    for (int k = 0; k < N; ++k) to[k] = sums[k];
-}
-
-static inline void addAnyRow(double *__restrict to, const double *__restrict row, double w, int width)
-{
-    for (int k = 0; k < width; ++k) to[k] += row[k] * w;
+    double sums[WIDTH];
+    for (int k = 0; k < WIDTH; ++k) sums[k] = to[k] + row[k] * w;
+    for (int k = 0; k < WIDTH; ++k) to[k] = sums[k];
 }
 
 /* Adds what the points of a block have to its nodes: `points` holds width values and detW one for each point and, the
-   element fastest, each element. WIDTH: the width if it is one that the compiler should know, else 0. */
-template <int WIDTH>
-static void projectRows(runHd *run, const elemBlock *block, const tplRec *tpl, int width, double *dest)
+   element fastest, each element. WIDTH is the width where the compiler is to know it, or 0. */
+template <int WIDTH> static void projectRows(runHd *run, const elemBlock *block, int anyWidth)
 {
     const rdbGrad *work = &run->grad;
-    const int      n = block->n, nen = block->nen;
+    const tplRec  *tpl = block->tpl;
+    const int      n = block->n, nen = block->nen, width = WIDTH ? WIDTH : anyWidth;
     double         fixed[WIDTH + 1], *row = WIDTH ? fixed : work->row;
-    if (WIDTH) width = WIDTH;
     for (int e = 0; e < n; ++e)
         for (int q = 0; q < tpl->nQuad; ++q) {
             const double *values = work->points + (int64_t) q * width * n + e, *shp = tpl->shp + (int64_t) q * nen;
@@ -173,20 +176,21 @@ static void projectRows(runHd *run, const elemBlock *block, const tplRec *tpl, i
             for (int a = 0; a < nen; ++a) {
                 const int    node = block->nodes[e * nen + a];
                 const double w = shp[a] * detW;
+                double      *to = work->dest + (int64_t) node * width;
                 work->weight[node] += w;
-                if constexpr (WIDTH > 0) addRow<WIDTH>(dest + (int64_t) node * width, row, w);
-                else addAnyRow(dest + (int64_t) node * width, row, w, width);
+                if constexpr (WIDTH > 0) addRow<WIDTH>(to, row, w);
+                else for (int k = 0; k < width; ++k) to[k] += row[k] * w;
             }
         }
 }
 
-static void project(runHd *run, const elemBlock *block, const tplRec *tpl, int width, double *dest)
+static void project(runHd *run, const elemBlock *block, int width)
 {
     switch (width) {
-    case 1:  return projectRows<1>(run, block, tpl, width, dest);
-    case 3:  return projectRows<3>(run, block, tpl, width, dest);
-    case 9:  return projectRows<9>(run, block, tpl, width, dest);
-    default: return projectRows<0>(run, block, tpl, width, dest);
+    case 1:  return projectRows<1>(run, block, width);
+    case 3:  return projectRows<3>(run, block, width);
+    case 9:  return projectRows<9>(run, block, width);
+    default: return projectRows<0>(run, block, width);
     }
 }
 
@@ -199,10 +203,7 @@ static void divideByWeight(const rdbGrad *work, int nNodes, int width, double *d
     }
 }
 
-/* Room for what the points of a block have, width values each, and for the elements' own values, dim per node. The
-   points of an element are at most so many. */
-enum { MAX_QUAD = 128 };
-
+/* Room for what the points of a block have, width values each, and for the elements' own values, dim per node */
 static void newPoints(rdbGrad *work, int width, int dim, int blockSize)
 {
     memFree(work->detW);
@@ -215,14 +216,9 @@ static void newPoints(rdbGrad *work, int width, int dim, int blockSize)
     work->elemValues = memNew(double, (int64_t) MAX_NEN * blockSize * dim);
 }
 
-static void checkQuad(const tplRec *tpl)
-{
-    if (tpl->nQuad > MAX_QUAD) sysFail("too many points <%d> of topology <%d>", tpl->nQuad, tpl->tplType);
-}
-
-/* Projects what `visit` finds in the elements to dest, nNodes rows of width: 1, or 0 and the error text. dim: values
-   per node that the visitor gathers from work->values. */
-static int projectAll(rdbHd *hd, int width, int dim, int (*wanted)(const rdbElmSet *), blockVisitor visit, double *dest)
+/* Projects what the walk finds in the elements to dest, nNodes rows of width: 1, or 0 and the error text. dim: values
+   per node that it gathers from work->values. */
+static int projectAll(rdbHd *hd, const elemWalk *walk, int width, int dim, double *dest)
 {
     rdbGrad  *work = &hd->run->grad;
     const int blockSize = width <= 64 ? BLOCK : 1;      /* of wide rows an element alone fills the cache */
@@ -234,7 +230,7 @@ static int projectAll(rdbHd *hd, int width, int dim, int (*wanted)(const rdbElmS
     work->dim = dim;
     work->dest = dest;
     memset(dest, 0, sizeof *dest * (size_t) nNodes * (size_t) width);
-    if (!walkElements(hd, blockSize, wanted, visit)) return 0;
+    if (!walkElements(hd, walk, blockSize)) return 0;
     divideByWeight(work, nNodes, width, dest);
     return 1;
 }
@@ -254,33 +250,33 @@ static int readValues(rdbHd *hd, int iVar, int iStep, int *dim)
 
 static void visitGradient(rdbHd *hd, const elemBlock *block)
 {
-    rdbGrad      *work = &hd->run->grad;
-    const tplRec *tpl = topologyOf(block, block->vol->tpl, 1);
-    const int     n = block->n, nen = block->nen, width = 3 * work->dim, three = 3;
-    double        crd[3 * MAX_NEN * BLOCK], shg[3 * MAX_NEN * BLOCK], jacInv[9 * BLOCK];
-    checkQuad(tpl);
-    fMtxGatherN(block->nodes, work->crd, crd, &n, &three, &nen);
+    rdbGrad   *work = &hd->run->grad;
+    const int  n = block->n, nen = block->nen, width = 3 * work->dim;
+    double     crd[3 * MAX_NEN * BLOCK], shg[3 * MAX_NEN * BLOCK], jacInv[9 * BLOCK];
+    fMtxGather(block->nodes, work->crd, crd, &n, &nen);
     fMtxGatherN(block->nodes, work->values, work->elemValues, &n, &work->dim, &nen);
-    for (int q = 0; q < tpl->nQuad; ++q) {
+    for (int q = 0; q < block->tpl->nQuad; ++q) {
         double *detW = work->detW + (int64_t) q * n, *gradient = work->points + (int64_t) q * width * n;
-        if (isLikeLast(tpl, q)) {
+        if (isLikeLast(block->tpl, q)) {
             memcpy(detW, detW - n, sizeof *detW * (size_t) n);
             memcpy(gradient, gradient - (int64_t) width * n, sizeof *gradient * (size_t) n * (size_t) width);
-            continue;
+        } else {
+            shapeAt(block, q, crd, shg, detW, jacInv);
+            fMtx3Grad(work->elemValues, shg, gradient, &n, &work->dim, &nen);
         }
-        shapeAt(block, tpl, q, crd, shg, detW, jacInv);
-        fMtx3Grad(work->elemValues, shg, gradient, &n, &work->dim, &nen);
     }
-    project(hd->run, block, tpl, width, work->dest);
+    project(hd->run, block, width);
 }
+
+static const elemWalk gradients = { &rdbVolSet::tpl, NULL, visitGradient };
 
 /* dest: three directions for each component of the variable, the direction fastest */
 static int getGradient(rdbHd *hd, int iVar, int iStep, double *dest)
 {
-    int dim;
-    if (!readValues(hd, iVar, iStep, &dim)) return 0;
+    int dim, width;
+    if (!rdbGetInt1(hd, "outGradVarDim", &width, iVar) || !readValues(hd, iVar, iStep, &dim)) return 0;
     if (dim < 1) return 1;
-    return projectAll(hd, 3 * dim, dim, NULL, visitGradient, dest);
+    return projectAll(hd, &gradients, width, dim, dest);
 }
 
 /* --------------------------------------------------------------------------------- what is projected: CFL number */
@@ -291,34 +287,35 @@ static int isFluid(const rdbElmSet *elm)
     return elm->medium == 1 || elm->medium == 8;
 }
 
+/* The square of a velocity's size in a metric, whose entries are 11, 22, 33, 12, 23, 13, n apart */
+static double squareOf(const double *vel, const double *g, int n)
+{
+    const double u = vel[0], v = vel[n], w = vel[2 * n];
+    return u * (g[0] * u + g[3 * n] * v + g[5 * n] * w) + v * (g[3 * n] * u + g[n] * v + g[4 * n] * w) +
+           w * (g[5 * n] * u + g[4 * n] * v + g[2 * n] * w);
+}
+
 /* Half of the time increment times the size of the velocity in the elements' metric */
 static void visitCfl(rdbHd *hd, const elemBlock *block)
 {
     rdbGrad      *work = &hd->run->grad;
-    const tplRec *tpl = topologyOf(block, block->vol->linTpl, 2);
-    const int     n = block->n, nen = block->nen, three = 3;
-    double        crd[3 * MAX_NEN * BLOCK], shg[3 * MAX_NEN * BLOCK], jac[9 * BLOCK], jacInv[9 * BLOCK];
+    const tplRec *tpl = block->tpl;
+    const int     n = block->n, nen = block->nen;
+    double        crd[3 * MAX_NEN * BLOCK], shg[3 * MAX_NEN * BLOCK], jacInv[9 * BLOCK];
     double        metric[6 * BLOCK], vel[3 * BLOCK];
-    checkQuad(tpl);
-    fMtxGatherN(block->nodes, work->crd, crd, &n, &three, &nen);
-    fMtxGatherN(block->nodes, work->values, work->elemValues, &n, &three, &nen);
+    fMtxGather(block->nodes, work->crd, crd, &n, &nen);
+    fMtxGather(block->nodes, work->values, work->elemValues, &n, &nen);
     for (int q = 0; q < tpl->nQuad; ++q) {
-        const double *shp = tpl->shp + (int64_t) q * nen;
-        double       *cfl = work->points + (int64_t) q * n;
-        fTpl3Int(crd, tpl->quadWgt + q, shp, tpl->shgl + (int64_t) q * nen * 3, shg, work->detW + (int64_t) q * n, jac,
-                 jacInv, &block->elm->tol, &n, &nen);
+        shapeAt(block, q, crd, shg, work->detW + (int64_t) q * n, jacInv);
         fTpl3GijDown(jacInv, metric, &n, &tpl->tplType);
-        fMtxValue3(work->elemValues, shp, vel, &n, &nen);
-        for (int e = 0; e < n; ++e) {
-            const double u = vel[e], v = vel[n + e], w = vel[2 * n + e], *g = metric + e;
-            const double size = u * (g[0] * u + g[3 * n] * v + g[5 * n] * w) +
-                                v * (g[3 * n] * u + g[n] * v + g[4 * n] * w) +
-                                w * (g[5 * n] * u + g[4 * n] * v + g[2 * n] * w);
-            cfl[e] = 0.5 * work->timeInc * sqrt(size);
-        }
+        fMtxValue3(work->elemValues, tpl->shp + (int64_t) q * nen, vel, &n, &nen);
+        for (int e = 0; e < n; ++e)
+            work->points[(int64_t) q * n + e] = 0.5 * work->timeInc * sqrt(squareOf(vel + e, metric + e, n));
     }
-    project(hd->run, block, tpl, 1, work->dest);
+    project(hd->run, block, 1);
 }
+
+static const elemWalk cflNumbers = { &rdbVolSet::linTpl, isFluid, visitCfl };
 
 /* The increment of the time step at which an output step was written; step 0 is written before the first one */
 static int findTimeInc(rdbHd *hd, int iStep, double *timeInc)
@@ -338,7 +335,7 @@ static int getCfl(rdbHd *hd, int iStep, double *dest)
     int dim;
     if (!findTimeInc(hd, iStep, &hd->run->grad.timeInc) || !readValues(hd, 0, iStep, &dim)) return 0;
     if (dim != 3) return rdbFail("Inconsistent velocity of width <%d> vs <%d>", dim, 3);
-    return projectAll(hd, 1, 3, isFluid, visitCfl, dest);
+    return projectAll(hd, &cflNumbers, 1, 3, dest);
 }
 
 /* -------------------------------------------------------------------------------------------- the auxiliary list */
@@ -355,12 +352,14 @@ static void visitVolume(rdbHd *hd, const elemBlock *block)
     }
 }
 
+static const elemWalk volumes = { &rdbVolSet::tpl, NULL, visitVolume };
+
 static int getVolume(rdbHd *hd, int iStep, double *dest)
 {
     if (!readCrd(hd)) return 0;
     sysZeroReals(dest, hd->run->nNodes);
     hd->run->grad.dest = dest;
-    return walkElements(hd, BLOCK, NULL, visitVolume);
+    return walkElements(hd, &volumes, BLOCK);
 }
 
 /* What is made of a node's velocity (3) or its gradient g (9; 3c + k is d u_c / d x_k) */

@@ -7,7 +7,10 @@
  * The widths of some variables are counters that the files carry: species, fields and the like. The counters belong to
  * the run and are shared by all families; a file that contradicts the one read before it is refused.
  *
- * In this file: the families' tables, headers, steps, masks, the catalogue. */
+ * One family keeps no list: of it the newest step counts, and its files are told by name, since the solver may have
+ * made them after the directory was scanned.
+ *
+ * In this file: the families' tables, headers, steps, the newest step, files, masks, the catalogue. */
 
 #include "rdb/rdbInt.h"
 
@@ -17,16 +20,54 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 /* --------------------------------------------------------------------------------------------------- the tables */
 
 static const rdbOutHdr outHdr[] = {
-    { "time",      RDB_HDR_TIME,      nullptr            },
-    { "mask",      RDB_HDR_MASK,      nullptr            },
-    { "nSpecs",    RDB_HDR_COUNT,     &runHd::nSpecs     },
-    { "nFilms",    RDB_HDR_OPT_COUNT, &runHd::nFilms     },
-    { "nFields",   RDB_HDR_OPT_COUNT, &runHd::nFields    },
-    { "nAoutVecs", RDB_HDR_COUNT,     &runHd::nAoutVecs  },
-    { "masks",     RDB_HDR_MASKS,     nullptr            },
+    { "time",      RDB_HDR_TIME,      nullptr,           nullptr },
+    { "mask",      RDB_HDR_MASK,      nullptr,           nullptr },
+    { "nSpecs",    RDB_HDR_COUNT,     &runHd::nSpecs,    nullptr },
+    { "nFilms",    RDB_HDR_OPT_COUNT, &runHd::nFilms,    nullptr },
+    { "nFields",   RDB_HDR_OPT_COUNT, &runHd::nFields,   nullptr },
+    { "nAoutVecs", RDB_HDR_COUNT,     &runHd::nAoutVecs, nullptr },
+    { "masks",     RDB_HDR_MASKS,     nullptr,           nullptr },
+};
+
+static const rdbOutHdr flowHdr[] = {
+    { "time",      RDB_HDR_TIME,      nullptr,           nullptr },
+    { "mask",      RDB_HDR_MASK,      nullptr,           nullptr },
+    { "nSpecs",    RDB_HDR_COUNT,     &runHd::nSpecs,    nullptr },
+    { "nFields",   RDB_HDR_OPT_COUNT, &runHd::nFields,   nullptr },
+};
+
+static const rdbOutHdr errorHdr[] = {
+    { "time",      RDB_HDR_TIME,      nullptr,           nullptr },
+    { "outIndx",   RDB_HDR_OPT_INDEX, nullptr,           nullptr },
+    { "mask",      RDB_HDR_MASK,      nullptr,           nullptr },
+    { "nSpecs",    RDB_HDR_COUNT,     &runHd::nSpecs,    nullptr },
+    { "nFields",   RDB_HDR_OPT_COUNT, &runHd::nFields,   nullptr },
+};
+
+/* Of four mask words the first two tell the variables of the step, the others what runs on behind them. A failure of
+   the last count speaks of fields: users know the text. */
+static const rdbOutHdr rstHdr[] = {
+    { "time",        RDB_HDR_TIME,       nullptr,           nullptr   },
+    { "timeInc",     RDB_HDR_REAL,       nullptr,           nullptr   },
+    { "flowTimeInc", RDB_HDR_OPT_REAL,   nullptr,           nullptr   },
+    { "mask",        RDB_HDR_MASK,       nullptr,           nullptr   },
+    { "mask",        RDB_HDR_OPT_MASK,   nullptr,           nullptr   },
+    { "mask",        RDB_HDR_OPT_INT,    nullptr,           nullptr   },
+    { "mask",        RDB_HDR_OPT_INT,    nullptr,           nullptr   },
+    { "nRafVars",    RDB_HDR_OPT_LENGTH, nullptr,           nullptr   },
+    { "nAtcVars",    RDB_HDR_OPT_INT,    nullptr,           nullptr   },
+    { "rafSteps",    RDB_HDR_OPT_INTS,   nullptr,           nullptr   },
+    { "nSpecs",      RDB_HDR_COUNT,      &runHd::nSpecs,    nullptr   },
+    { "nFilms",      RDB_HDR_OPT_COUNT,  &runHd::nFilms,    nullptr   },
+    { "nFields",     RDB_HDR_OPT_COUNT,  &runHd::nFields,   nullptr   },
+    { "name",        RDB_HDR_TEXTS,      nullptr,           nullptr   },
+    { "lvsetThk",    RDB_HDR_OPT_REAL,   nullptr,           nullptr   },
+    { "nDODirs",     RDB_HDR_OPT_COUNT,  &runHd::nDODirs,   "nFields" },
 };
 
 /* The eddy viscosity of three turbulence models stands under three keys; the user sees one word. */
@@ -71,14 +112,197 @@ static const rdbOutVar outVars[] = {
     { "phasic_velocity",           "fieldVel",    3,   nullptr           },
 };
 
+static const rdbOutVar oraVars[] = {
+    { "velocity",                "vel",      3, nullptr         },
+    { "pressure",                "pres",     1, nullptr         },
+    { "temperature",             "temp",     1, nullptr         },
+    { "species",                 "spec",     0, &runHd::nSpecs  },
+    { "eddy_viscosity",          "eddy",     1, nullptr         },
+    { "kinetic_energy",          "tke",      1, nullptr         },
+    { "velocity_scale",          "tvel",     1, nullptr         },
+    { "dissipation_rate",        "teps",     1, nullptr         },
+    { "eddy_frequency",          "tomega",   1, nullptr         },
+    { "mesh_displacement",       "aleDisp",  3, nullptr         },
+    { "viscoelastic_stress",     "vest",     6, nullptr         },
+    { "intermittency",           "tintc",    1, nullptr         },
+    { "transition_re_theta",     "treth",    1, nullptr         },
+    { "eddy_time",               "ttau",     1, nullptr         },
+    { "sqrt_eddy_period",        "tgv",      1, nullptr         },
+    { "field",                   "field",    0, &runHd::nFields },
+    { "relative_humidity",       "relHum",   1, nullptr         },
+    { "dewpoint_temperature",    "dewPoint", 1, nullptr         },
+    { "humidity_film_thickness", "hWetWall", 1, nullptr         },
+    { "topology_velocity",       "topoVel",  3, nullptr         },
+    { "topology_pressure",       "topoPres", 1, nullptr         },
+    { "topology_temperature",    "topoTemp", 1, nullptr         },
+};
+
+/* The last row reads the key of the first again: the writer has two averages of the velocity under one key. */
+static const rdbOutVar otaVars[] = {
+    { "velocity",         "vel",     3, nullptr         },
+    { "pressure",         "pres",    1, nullptr         },
+    { "velocity_square",  "velSqr",  6, nullptr         },
+    { "pressure_square",  "presSqr", 1, nullptr         },
+    { "stress",           "stress",  6, nullptr         },
+    { "velocity_regular", "vel",     3, nullptr         },
+};
+
+static const rdbOutVar onrVars[] = {
+    { "velocity",            "vel",     3, nullptr         },
+    { "pressure",            "pres",    1, nullptr         },
+    { "temperature",         "temp",    1, nullptr         },
+    { "species",             "spec",    0, &runHd::nSpecs  },
+    { "eddy_viscosity",      "eddy",    1, nullptr         },
+    { "kinetic_energy",      "tke",     1, nullptr         },
+    { "velocity_scale",      "tvel",    1, nullptr         },
+    { "dissipation_rate",    "teps",    1, nullptr         },
+    { "eddy_frequency",      "tomega",  1, nullptr         },
+    { "mesh_displacement",   "aleDisp", 3, nullptr         },
+    { "viscoelastic_stress", "vest",    6, nullptr         },
+    { "eddy_time",           "ttau",    1, nullptr         },
+    { "sqrt_eddy_period",    "tgv",     1, nullptr         },
+    { "intermittency",       "tintc",   1, nullptr         },
+    { "transition_re_theta", "treth",   1, nullptr         },
+    { "field",               "field",   0, &runHd::nFields },
+};
+
+static const rdbOutVar odqVars[] = {
+    { "density",               "densVec",    1, nullptr         },
+    { "viscosity",             "viscVec",    1, nullptr         },
+    { "gravity",               "gravity",    3, nullptr         },
+    { "specific_heat",         "cpVec",      1, nullptr         },
+    { "conductivity",          "condVec",    6, nullptr         },
+    { "heat_source",           "heatSrc",    1, nullptr         },
+    { "diffusivity",           "diffVec",    0, &runHd::nSpecs  },
+    { "species_source",        "specSrc",    0, &runHd::nSpecs  },
+    { "turbulence_y",          "turbY",      1, nullptr         },
+    { "turbulence_y_plus",     "turbYP",     1, nullptr         },
+    { "des_length",            "desLen",     1, nullptr         },
+    { "material_viscosity",    "matViscVec", 1, nullptr         },
+    { "field_diffusivity",     "diffFldVec", 0, &runHd::nFields },
+    { "field_source",          "fieldSrc",   0, &runHd::nFields },
+    { "material_conductivity", "matCondVec", 6, nullptr         },
+    { "turbulence_intensity",  "turbInt",    1, nullptr         },
+    { "total_pressure",        "totalPres",  1, nullptr         },
+    { "total_temperature",     "totalTemp",  1, nullptr         },
+    { "cfl_number",            "cfl",        1, nullptr         },
+};
+
+/* The conductivity was a scalar once, and is a symmetric tensor since this version; a run that tells no version is an
+   older one. Versions are compared as texts. Once an older run was met, the narrow width holds for all later runs of
+   the process: clients that compare runs of both kinds count on one width. */
+static rdbOutOlder odqOlder = { 4, 1, "1.7f", 0 };
+
+/* Pairs of a variable and its stabilisation time scale */
+static const rdbOutVar errorVars[] = {
+    { "volume",                  "vol",       1, nullptr         },
+    { "covariant_metric",        "covar",     6, nullptr         },
+    { "velocity",                "vel",       3, nullptr         },
+    { "tau_velocity",            "tauVel",    1, nullptr         },
+    { "pressure",                "pres",      1, nullptr         },
+    { "tau_pressure",            "tauPres",   1, nullptr         },
+    { "temperature",             "temp",      1, nullptr         },
+    { "tau_temperature",         "tauTemp",   1, nullptr         },
+    { "species",                 "spec",      0, &runHd::nSpecs  },
+    { "tau_species",             "tauSpec",   0, &runHd::nSpecs  },
+    { "eddy_viscosity",          "eddy",      1, nullptr         },
+    { "tau_eddy_viscosity",      "tauEddy",   1, nullptr         },
+    { "viscoelastic_stress",     "vest",      6, nullptr         },
+    { "tau_viscoelastic_stress", "tauVest",   6, nullptr         },
+    { "intermittency",           "tintc",     1, nullptr         },
+    { "tau_intermittency",       "tauTintc",  1, nullptr         },
+    { "transition_re_theta",     "treth",     1, nullptr         },
+    { "tau_transition_re_theta", "tauTreth",  1, nullptr         },
+    { "kinetic_energy",          "tke",       1, nullptr         },
+    { "tau_kinetic_energy",      "tauTke",    1, nullptr         },
+    { "eddy_frequency",          "tomega",    1, nullptr         },
+    { "tau_eddy_frequency",      "tauTomega", 1, nullptr         },
+    { "eddy_time",               "ttau",      1, nullptr         },
+    { "tau_eddy_time",           "tauTtau",   1, nullptr         },
+    { "sqrt_eddy_period",        "tgv",       1, nullptr         },
+    { "tau_sqrt_eddy_period",    "tauTgv",    1, nullptr         },
+    { "dissipation_rate",        "teps",      1, nullptr         },
+    { "tau_dissipation_rate",    "tauTeps",   1, nullptr         },
+    { "field",                   "field",     0, &runHd::nFields },
+    { "tau_field",               "tauField",  0, &runHd::nFields },
+};
+
+/* Which of them there are: the set 1 has all. The set 0 has not the rows 3, 5, 7, 9, 11, 12 and 13 of averaged errors,
+   and of the others no odd row from 3 to 27. The mask has a bit for each row that is there. */
+static const uint64_t oaePresence[RDB_N_OUT_PRESENCE] = { 0x3fffffff & ~0x3aa8u, 0x3fffffff };
+static const uint64_t oeePresence[RDB_N_OUT_PRESENCE] = { 0x3fffffff & ~0xaaaaaa8u, 0x3fffffff };
+
+static const rdbOutVar rstVars[] = {
+    { "velocity",                             "vel",        3, nullptr         },
+    { "acceleration",                         "velTd",      3, nullptr         },
+    { "pressure",                             "pres",       1, nullptr         },
+    { "pressure_time_derivative",             "presTd",     1, nullptr         },
+    { "temperature",                          "temp",       1, nullptr         },
+    { "temperature_time_derivative",          "tempTd",     1, nullptr         },
+    { "species",                              "spec",       0, &runHd::nSpecs  },
+    { "species_time_derivative",              "specTd",     0, &runHd::nSpecs  },
+    { "eddy_viscosity",                       "eddy",       1, nullptr         },
+    { "eddy_viscosity_time_derivative",       "eddyTd",     1, nullptr         },
+    { "kinetic_energy",                       "tke",        1, nullptr         },
+    { "kinetic_energy_time_derivative",       "tkeTd",      1, nullptr         },
+    { "velocity_scale",                       "tvel",       1, nullptr         },
+    { "velocity_scale_time_derivative",       "tvelTd",     1, nullptr         },
+    { "dissipation_rate",                     "teps",       1, nullptr         },
+    { "dissipation_rate_time_derivative",     "tepsTd",     1, nullptr         },
+    { "eddy_frequency",                       "tomega",     1, nullptr         },
+    { "eddy_frequency_time_derivative",       "tomegaTd",   1, nullptr         },
+    { "mesh_displacement",                    "aleDisp",    3, nullptr         },
+    { "viscoelastic_stress",                  "vest",       6, nullptr         },
+    { "viscoelastic_stress_time_derivative",  "vestTd",     6, nullptr         },
+    { "intermittency",                        "tintc",      1, nullptr         },
+    { "intermittency_time_derivative",        "tintcTd",    1, nullptr         },
+    { "transition_re_theta",                  "treth",      1, nullptr         },
+    { "transition_re_theta_time_derivative",  "trethTd",    1, nullptr         },
+    { "eddy_time",                            "ttau",       1, nullptr         },
+    { "eddy_time_time_derivative",            "ttauTd",     1, nullptr         },
+    { "sqrt_eddy_period",                     "tgv",        1, nullptr         },
+    { "sqrt_eddy_period_time_derivative",     "tgvTd",      1, nullptr         },
+    { "field",                                "field",      0, &runHd::nFields },
+    { "field_time_derivative",                "fieldTd",    0, &runHd::nFields },
+    { "levelset",                             "levelset",   1, nullptr         },
+    { "levelset_time_derivative",             "levelsetTd", 1, nullptr         },
+    { "incident_radiation",                   "rad",        1, nullptr         },
+    { "relative_humidity",                    "relHum",     1, nullptr         },
+    { "dewpoint_temperature",                 "dewPoint",   1, nullptr         },
+    { "radiation_intensity",                  "radDO",      0, &runHd::nDODirs },
+    { "film",                                 "film",       0, &runHd::nFilms  },
+    { "film_time_derivative",                 "filmTd",     0, &runHd::nFilms  },
+    { "humidity_film_thickness",              "hWetWall",   1, nullptr         },
+    { "topology_velocity",                    "topoVel",    3, nullptr         },
+    { "topology_acceleration",                "topoVelTd",  3, nullptr         },
+    { "topology_pressure",                    "topoPres",   1, nullptr         },
+    { "topology_pressure_time_derivative",    "topoPresTd", 1, nullptr         },
+    { "topology_temperature",                 "topoTemp",   1, nullptr         },
+    { "topology_temperature_time_derivative", "topoTempTd", 1, nullptr         },
+};
+
+/* Running averages, then what the tuning keeps */
+static const char *const rstBehind[] = {
+    "vel", "pres", "temp", "spec", "eddy", "tke", "tvel", "teps", "tomega", "aleDisp", "vest", "tintc", "treth",
+    "ttau", "tgv", "field", "relHum", "dewPoint", "hWetWall", "topoVel", "topoPres", "topoTemp",
+
+    "vel", "pres", "temp", "spec", "eddy", "tke", "tvel", "teps", "tomega", "tempJac", "tempRef", "specJac",
+    "specRef", "velJac", "velRef", "ttau", "tgv", "field", "fieldJac", "fieldRef",
+    nullptr
+};
+
 template <class T, int n> static constexpr int length(const T (&)[n]) { return n; }
 
-#define OUT_FAM(CACHE, Fam, fam, ext, hdr, vars, nBits, init)                                                         \
+#define FAM(CACHE, Fam, fam, ext, hdr, vars, presence, behind, older, newest)                                          \
     static_assert(length(hdr) <= RDB_MAX_OUT_HDR, "a header longer than rdbOutHead");                                 \
-    const rdbOutFam fam##Fam = { RDB_OUT_##CACHE, ext, hdr, length(hdr), vars, length(vars), nBits, init,             \
-                                 "rdb_" #fam "Values" };
+    static_assert(length(vars) < 64, "more variables than rdbOutInfo has bits for");                                  \
+    const rdbOutFam fam##Fam = { RDB_OUT_##CACHE, ext, hdr, length(hdr), vars, length(vars), presence, behind, older, \
+                                 newest, "rdbInit" #Fam, "rdb_" #fam "Values" };
+#define OUT_FAM(...) FAM(__VA_ARGS__, 0)
+#define NEWEST_FAM(...) FAM(__VA_ARGS__, 1)
 #include "rdb/rdbOutFams.def"
 #undef OUT_FAM
+#undef FAM
 
 /* ------------------------------------------------------------------------------------------------------ headers */
 
@@ -101,34 +325,79 @@ static void checkCounter(rdbHd *hd, iopHd *fh, const rdbOutFam *fam, const rdbOu
     char name[SYS_NAME];
     snprintf(name, sizeof name, "%s", iopFileName(fh));
     rdbCloseHeld(hd);
-    sysFailIn(fam->initName, "Inconsistent %s in file <%s>", item->key, name);
+    sysFailIn(fam->initName, "Inconsistent %s in file <%s>", item->told ? item->told : item->key, name);
+}
+
+static void readIndex(iopHd *fh, const char *key, const char *function, int *index)
+{
+    iopGetOptKeyInt(fh, key, index);
+    if (*index < 0 || *index >= RDB_N_OUT_PRESENCE)
+        sysFailIn(function, "Invalid outIndx <%d> vs. <%d>", *index, RDB_N_OUT_PRESENCE);
+}
+
+/* Steps over an optional column of n integers: n is the file's, and nobody need make room for so many */
+static void skipOptInts(iopHd *fh, const char *key, int n)
+{
+    char          text[SYS_TEXT];
+    const int64_t loc = iopGetLoc(fh);
+    const int     nTokens = iopGetTokens(fh);
+    if (!iopGetIfStr(fh, text)) return;
+    if (strcmp(text, key) != 0) return iopSetPlace(fh, loc, nTokens, text);
+    iopCheckInt(fh, 1);
+    iopCheckInt(fh, n);
+    if (n > 0) iopGetIntDsp(fh, n);
+}
+
+/* Steps over keyed texts, as long as there are any: n is but what the file said, or carried over from another count */
+static void skipOptTexts(iopHd *fh, const char *key, int n)
+{
+    char text[SYS_TEXT];
+    for (int i = 0; i < n; ++i) {
+        const int nTokens = iopGetTokens(fh);
+        iopGetOptKeyStr(fh, key, text);
+        if (iopGetTokens(fh) == nTokens) return;
+    }
 }
 
 /* Reads a header up to the key before the arrays. All counts go through one variable: an optional one that is absent
-   has the value of the count before it, and the comparison sees that. check: the run whose counters the file must
-   agree with, or null. */
+   has the value of the count before it, and the comparison sees that. */
 void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head)
 {
-    int count = -1;
+    int    count = -1, number;
+    double real;
     memset(head, 0, sizeof *head);
     head->maskForm = 1;
     for (int i = 0; i < fam->nHdr; ++i) {
         const rdbOutHdr *item = &fam->hdr[i];
         switch (item->kind) {
-        case RDB_HDR_TIME: iopGetKeyReal(fh, item->key, &head->time); break;
-        case RDB_HDR_MASK: iopGetKeyInt(fh, item->key, &head->mask); break;
-        case RDB_HDR_COUNT:
-        case RDB_HDR_OPT_COUNT:
-            if (item->kind == RDB_HDR_COUNT) iopGetKeyInt(fh, item->key, &count);
-            else iopGetOptKeyInt(fh, item->key, &count);
-            head->counts[i] = count;
-            if (check) checkCounter(check, fh, fam, item, count);
+        case RDB_HDR_TIME:       iopGetKeyReal(fh, item->key, &head->time); break;
+        case RDB_HDR_REAL:       iopGetKeyReal(fh, item->key, &real); break;
+        case RDB_HDR_OPT_REAL:   iopGetOptKeyReal(fh, item->key, &real); break;
+        case RDB_HDR_MASK:       iopGetKeyInt(fh, item->key, &head->mask); break;
+        case RDB_HDR_OPT_INT:    iopGetOptKeyInt(fh, item->key, &number); break;
+        case RDB_HDR_OPT_LENGTH: iopGetOptKeyInt(fh, item->key, &head->length); break;
+        case RDB_HDR_OPT_INTS:   skipOptInts(fh, item->key, head->length); break;
+        case RDB_HDR_TEXTS:      skipOptTexts(fh, item->key, count); break;
+        case RDB_HDR_OPT_INDEX:
+            readIndex(fh, item->key, check ? fam->initName : fam->valuesName, &head->outIndx);
+            break;
+        case RDB_HDR_OPT_MASK:
+            iopGetOptKeyInt(fh, item->key, &head->masks[1]);
+            head->masks[0] = head->mask;
+            head->maskForm = 2;
             break;
         case RDB_HDR_MASKS:
             if (head->mask != -1) break;
             readMasks(fh, item->key, head->masks);
             head->mask = head->masks[0];
             head->maskForm = 2;
+            break;
+        case RDB_HDR_COUNT:
+        case RDB_HDR_OPT_COUNT:
+            if (item->kind == RDB_HDR_COUNT) iopGetKeyInt(fh, item->key, &count);
+            else iopGetOptKeyInt(fh, item->key, &count);
+            head->counts[i] = count;
+            if (check) checkCounter(check, fh, fam, item, count);
             break;
         }
     }
@@ -167,8 +436,9 @@ static int isStepName(const rdbOutFam *fam, const char *name, reRegisters *regs)
     return n >= 1;
 }
 
-/* The steps of the listed names, ascending, each once. A number that is no step number has no file that "%d" names. */
-static void findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
+/* The steps of the listed names, ascending, each once. Gives how many. A number that is no step number has no file that
+   "%d" names. */
+static int findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
 {
     reRegisters regs;
     compileNames(hd, fam);
@@ -183,6 +453,7 @@ static void findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
     info->nSteps = sysSortUniqueInts(info->steps, n);
     info->times = memNew(double, info->nSteps);
     sysFillReals(info->times, info->nSteps, -1.0);
+    return info->nSteps;
 }
 
 void rdbOutBase(rdbHd *hd, int step, char *base)
@@ -190,14 +461,63 @@ void rdbOutBase(rdbHd *hd, int step, char *base)
     rdbFormat(base, "%s.%d_%d_", hd->problem, hd->run->runId, step);
 }
 
+/* -------------------------------------------------------------------------------------------- the newest step alone */
+
+/* The number of a file of the first part, "<head><step><tail>"; -1 if the name is none */
+static int stepOfName(const char *name, const char *head, const char *tail)
+{
+    const size_t length = strlen(head);
+    if (strncmp(name, head, length) != 0) return -1;
+    char      *end;
+    const long step = strtol(name + length, &end, 10);
+    return end > name + length && step >= 0 && step <= INT_MAX && strcmp(end, tail) == 0 ? (int) step : -1;
+}
+
+/* The names of the last scan do not count: this follows a solver at work */
+int rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam)
+{
+    char head[SYS_TEXT], first[SYS_TEXT], tail[SYS_TEXT];
+    int  newest = -1;
+    rdbFormat(head, "%s.%d_", hd->problem, hd->run->runId);
+    rdbFormat(first, "_0.%s", fam->ext);
+    iopGetDiskName(first, hd->run->opt & IOP_FORMS, tail);
+    iopDir *dir = iopOpenDir(hd->dir);
+    while (const char *name = iopReadDir(dir)) newest = std::max(newest, stepOfName(name, head, tail));
+    iopCloseDir(dir);
+    return newest;
+}
+
+/* ------------------------------------------------------------------------------------------------------------ files */
+
+int rdbFindOutPart(rdbHd *hd, const rdbOutFam *fam, const char *base, int part)
+{
+    char      name[SYS_TEXT], path[SYS_TEXT], diskName[SYS_TEXT];
+    rdbFileId id;
+    rdbFormat(name, "%s%d.%s", base, part, fam->ext);
+    if (!fam->newest) return rdbFindFile(hd, name);
+    rdbFormat(path, "%s/%s", hd->dir, name);
+    const int form = hd->run->opt & IOP_FORMS;
+    rdbDiskName(hd, path, form, diskName);
+    return rdbLookAt(diskName, &id) ? form : 0;
+}
+
+int rdbFindOutFirst(rdbHd *hd, const rdbOutFam *fam, const char *base, char *path, int *merged)
+{
+    if (!fam->newest) return rdbFindFormFile(hd, base, fam->ext, path, merged);
+    *merged = 0;
+    rdbFormat(path, "%s/%s0.%s", hd->dir, base, fam->ext);
+    const int form = rdbFindOutPart(hd, fam, base, 0);
+    return form ? form : rdbFail(".%s file not found", fam->ext);
+}
+
 /* -------------------------------------------------------------------------------------------------------- masks */
 
-/* The two-word form gives the first nBits variables to the first word, whose bit 31 then means nothing. A single word
-   is widened with its sign: one that is negative has all bits from 31 on. */
-static int inMask(const rdbOutFam *fam, const rdbOutHead *head, int var)
+/* The two-word form has 31 bits in the first word, whose bit 31 then means nothing. A single word is widened with its
+   sign: one that is negative has all bits from 31 on. */
+static int inMask(const rdbOutHead *head, int bit)
 {
-    if (head->maskForm == 1) return (int) ((int64_t) head->mask >> var & 1);
-    return var < fam->nBits ? head->masks[0] >> var & 1 : head->masks[1] >> (var - fam->nBits) & 1;
+    if (head->maskForm == 1) return (int) ((int64_t) head->mask >> bit & 1);
+    return bit < 31 ? head->masks[0] >> bit & 1 : head->masks[1] >> (bit - 31) & 1;
 }
 
 static void listVars(const rdbOutFam *fam, const rdbOutHead *head, rdbOutInfo *info)
@@ -206,14 +526,18 @@ static void listVars(const rdbOutFam *fam, const rdbOutHead *head, rdbOutInfo *i
     info->masks[0] = head->masks[0];
     info->masks[1] = head->masks[1];
     info->maskForm = head->maskForm;
+    info->present = fam->presence ? fam->presence[head->outIndx] : UINT64_MAX;
     info->varIds = memNew(int, fam->nVars);
-    for (int var = 0; var < fam->nVars; ++var)
-        if (inMask(fam, head, var)) info->varIds[info->nVars++] = var;
+    for (int var = 0, bit = 0; var < fam->nVars; ++var)
+        if (info->present >> var & 1 && inMask(head, bit++)) info->varIds[info->nVars++] = var;
 }
 
 int rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var)
 {
     const rdbOutVar *row = &fam->vars[var];
+    rdbOutOlder     *older = fam->older;
+    if (older && (!hd->run->version || strcmp(hd->run->version, older->version) < 0)) older->met = 1;
+    if (older && older->met && older->var == var) return older->dim;
     return row->counter ? hd->run->*row->counter : row->dim;
 }
 
@@ -233,16 +557,14 @@ static int64_t stepReals(rdbHd *hd, const rdbOutFam *fam, const char *base)
 {
     char path[SYS_TEXT];
     int  merged;
-    int  opt = rdbFindFormFile(hd, base, fam->ext, path, &merged);
+    int  opt = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!opt || merged) return opt ? mostReals(hd, path, opt) : -1;
     const int nSds = hd->run->nSds;
     int64_t   n = 0;
     for (int p = 0; nSds < 1 || p < nSds; ++p) {
-        char name[SYS_TEXT];
-        rdbFormat(name, "%s%d.%s", base, p, fam->ext);
-        opt = rdbFindFile(hd, name);
+        opt = rdbFindOutPart(hd, fam, base, p);
         if (!opt) return nSds > 0 ? -1 : n;
-        rdbFormat(path, "%s/%s", hd->dir, name);
+        rdbFormat(path, "%s/%s%d.%s", hd->dir, base, p, fam->ext);
         const int64_t more = mostReals(hd, path, opt);
         n = more < INT64_MAX - n ? n + more : INT64_MAX;
     }
@@ -285,19 +607,30 @@ static void keepCounters(runHd *run, const rdbOutFam *fam, const rdbOutHead *hea
 /* Reads the first part of the lowest step */
 static int readVars(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
 {
-    char       base[SYS_TEXT];
+    char       base[SYS_TEXT], path[SYS_TEXT];
     int        merged;
     rdbOutHead head;
     rdbOutBase(hd, info->steps[0], base);
-    iopHd *fh = rdbOpenFormFile(hd, base, fam->ext, &merged);
-    if (!fh) return 0;
-    rdbHoldFile(hd, fh);
+    const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
+    if (!form) return 0;
+    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
     rdbReadOutHead(fh, fam, hd, &head);
     rdbCloseHeld(hd);
     listVars(fam, &head, info);
     checkWidths(hd, fam, info, &head, base);
     keepCounters(hd->run, fam, &head);
     return 1;
+}
+
+/* The list of a family of the newest step has one entry, -1 where there is none yet. 1 if there is a step to read */
+static int findNewest(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
+{
+    info->steps = memNew(int, 1);
+    info->times = memNew(double, 1);
+    info->steps[0] = rdbNewestOutStep(hd, fam);
+    info->times[0] = -1.0;
+    info->nSteps = 1;
+    return info->steps[0] >= 0;
 }
 
 /* What is being built belongs to the run too, but in another place: a catalogue that a failure left half done is
@@ -308,8 +641,7 @@ int rdbInitOutFam(rdbHd *hd, const rdbOutFam *fam)
     if (run->out[fam->cache]) return 1;
     rdbDropOutInfo(&run->outNew);
     rdbOutInfo *info = run->outNew = memNewZ(rdbOutInfo, 1);
-    findSteps(hd, fam, info);
-    if (info->nSteps == 0) {
+    if (!(fam->newest ? findNewest(hd, fam, info) : findSteps(hd, fam, info))) {
         info->varIds = memNew(int, 0);
     } else if (!readVars(hd, fam, info)) {
         rdbDropOutInfo(&run->outNew);

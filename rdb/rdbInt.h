@@ -56,6 +56,7 @@ typedef struct rdbVolSet {        /* VOL */
     int    *usrIdHash;            /* element user id to row; null until used */
     int    *cnn;                  /* connectivity; null until used           */
     int     cnnRead;              /* cnn has been read whole                 */
+    int    *nodes;                /* cnn as positions in the mesh; null until used */
     tplRec *tpl, *linTpl;         /* not owned                               */
     int     fits;                 /* 0 not yet tested against the file, 1 it can hold the rows */
 } rdbVolSet;
@@ -172,6 +173,7 @@ typedef struct rdbOutInfo {       /* catalogue of one output family */
     double *times;                /* -1.0: not read yet                      */
     int     mask, masks[2];
     char    maskForm;             /* 1: one mask word, 2: two                */
+    uint64_t present;             /* rows of the variable table that the family has */
     int     nVars;
     int    *varIds;               /* rows of the family's variable table     */
 } rdbOutInfo;
@@ -286,12 +288,27 @@ typedef struct runHd {
 /* An output family: files of one step each, `<problem>.<run>_<step>_<part>.<ext>`, whose header tells by a mask which
    of the family's variables follow. The families stand in rdbOutFams.def, their tables in rdbInitOut.cpp. */
 
-enum { RDB_HDR_TIME, RDB_HDR_MASK, RDB_HDR_COUNT, RDB_HDR_OPT_COUNT, RDB_HDR_MASKS };
+enum {
+    RDB_HDR_TIME,                 /* of the step                              */
+    RDB_HDR_REAL,                 /* a real that nobody asks for              */
+    RDB_HDR_OPT_REAL,
+    RDB_HDR_MASK,
+    RDB_HDR_MASKS,                /* both words, if the mask is -1            */
+    RDB_HDR_OPT_MASK,             /* the second word: 0 if it is absent       */
+    RDB_HDR_OPT_INDEX,            /* of the table of presence: 0 if absent    */
+    RDB_HDR_COUNT,                /* a counter of the run                     */
+    RDB_HDR_OPT_COUNT,            /* absent: the value of the count before it */
+    RDB_HDR_OPT_INT,              /* an integer that nobody asks for          */
+    RDB_HDR_OPT_LENGTH,           /* of the list of integers: 0 if absent     */
+    RDB_HDR_OPT_INTS,             /* a column of integers                     */
+    RDB_HDR_TEXTS                 /* as many as the count before it, or fewer */
+};
 
 typedef struct rdbOutHdr {        /* an item that stands before the arrays    */
     const char *key;
-    int         kind;             /* RDB_HDR_...; RDB_HDR_MASKS: only if the mask is -1 */
+    int         kind;             /* RDB_HDR_...                              */
     int runHd::*counter;          /* of a count                               */
+    const char *told;             /* what a failure calls the count; null: its key */
 } rdbOutHdr;
 
 typedef struct rdbOutVar {        /* a variable; its row is its bit in the mask */
@@ -301,15 +318,26 @@ typedef struct rdbOutVar {        /* a variable; its row is its bit in the mask 
     int runHd::*counter;
 } rdbOutVar;
 
+typedef struct rdbOutOlder {      /* a variable that was narrower in older runs */
+    int         var, dim;
+    const char *version;          /* the first with the width of the table    */
+    int         met;              /* an older run was met in this process     */
+} rdbOutOlder;
+
+enum { RDB_N_OUT_PRESENCE = 2 };
+
 typedef struct rdbOutFam {
-    int              cache;       /* RDB_OUT_...: its place in runHd::out     */
-    const char      *ext;
-    const rdbOutHdr *hdr;
-    int              nHdr;
-    const rdbOutVar *vars;
-    int              nVars;
-    int              nBits;       /* of the two-word mask: variables told by the first word */
-    const char      *initName, *valuesName;   /* the function names that failures carry */
+    int                cache;     /* RDB_OUT_...: its place in runHd::out     */
+    const char        *ext;
+    const rdbOutHdr   *hdr;
+    int                nHdr;
+    const rdbOutVar   *vars;
+    int                nVars;
+    const uint64_t    *presence;  /* RDB_N_OUT_PRESENCE sets of rows; null: all are there */
+    const char *const *behind;    /* keys of arrays that may follow in a file of all parts, null at the end; or null */
+    rdbOutOlder       *older;     /* or null                                  */
+    int                newest;    /* only the newest step counts, and its files are told by name */
+    const char        *initName, *valuesName;   /* the function names that failures carry */
 } rdbOutFam;
 
 enum { RDB_MAX_OUT_HDR = 32 };
@@ -318,6 +346,8 @@ typedef struct rdbOutHead {       /* a header as read                         */
     double time;
     int    mask, masks[2];
     char   maskForm;
+    int    outIndx;
+    int    length;                /* of the list of integers                  */
     int    counts[RDB_MAX_OUT_HDR];   /* by row of the header table           */
 } rdbOutHead;
 
@@ -490,10 +520,16 @@ int    rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals,
 int  rdbInitOut(rdbHd *hd);
 int  rdbInitOutFam(rdbHd *hd, const rdbOutFam *fam);
 /* Reads the header of a step file; the next key is "nNodes". check: the run whose counters the file must agree with (it
-   must hold fh), or null. */
+   must hold fh), or null. Failures carry the name of the catalogue then, or else that of the values. */
 void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head);
 /* What the names of a step's files begin with, "<problem>.<run>_<step>_"; base: SYS_TEXT bytes */
 void rdbOutBase(rdbHd *hd, int step, char *base);
+/* rdbFindFile and rdbFindFormFile for a family's files, whose names begin with `base`; those of the newest step are
+   looked for on the disk, in the form of the run's data files, and have no merged form */
+int  rdbFindOutPart(rdbHd *hd, const rdbOutFam *fam, const char *base, int part);
+int  rdbFindOutFirst(rdbHd *hd, const rdbOutFam *fam, const char *base, char *path, int *merged);
+/* The newest step that lies in the directory now, of a family of the newest step; -1 if there is none */
+int  rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam);
 /* Reals per node of a variable; var: row of the family's table */
 int  rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var);
 void rdbDropOutInfo(rdbOutInfo **info);

@@ -63,8 +63,9 @@ void rdbEnter(rdbHd *hd)
 
 void rdbLeave(rdbHd *hd)
 {
-    if (!hd->pdir || --hd->dirDepth > 0) return;
-    sysSetCwd(hd->savedCwd);
+    if (!hd->pdir) return;
+    if (hd->dirDepth == 1) sysSetCwd(hd->savedCwd);         /* if that fails we are still inside */
+    --hd->dirDepth;
 }
 
 /* ------------------------------------------------------------------------------------------------- life of a handle */

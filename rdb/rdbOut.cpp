@@ -15,6 +15,8 @@
  *
  * A read may be left by a jump at any place. It marks the record as busy, and one that is found busy is dropped.
  *
+ * A variable of which the family has no array, by a word of the header, is passed over on the way.
+ *
  * In this file: the files kept, files and parts of a step, values, times, the getters. */
 
 #include "rdb/rdbInt.h"
@@ -26,7 +28,7 @@
 
 typedef struct stepFile {
     iopHd *fh;                    /* null: not open                                              */
-    int    opt;                   /* form; 0: not listed                                         */
+    int    opt;                   /* form; 0: missing                                            */
     int    known;                 /* `id` tells the file that the places of its parts are of     */
     rdbFileId id;                 /* of what lies on the disk: the container's, if it is in one  */
 } stepFile;
@@ -45,6 +47,7 @@ typedef struct stepPart {
 struct rdbStepFiles {
     const rdbOutFam *fam;
     int       step, merged;
+    uint64_t  present;            /* the keys of the family that stand in its files */
     int       busy;               /* being made or read, or left by a jump out of that           */
     int       nFiles, nParts;     /* nFiles: 1 if merged                                         */
     int       nKept;              /* files kept open; of others only the places stay             */
@@ -115,6 +118,7 @@ static rdbStepFiles *newStep(rdbHd *hd, const rdbOutFam *fam, int step, int merg
     st->fam = fam;
     st->step = step;
     st->merged = merged;
+    st->present = run->out[fam->cache]->present;
     st->nParts = run->nSds > 0 ? run->nSds : 0;
     st->nFiles = merged ? 1 : st->nParts;
     st->nKept = nToKeep();
@@ -152,14 +156,20 @@ static void partPath(rdbHd *hd, const rdbStepFiles *st, int f, char *path)
     rdbFormat(path, "%s/%s", hd->dir, name);
 }
 
-/* Looks all files up in the list; 1 if none is missing */
+static int formOfFile(rdbHd *hd, const rdbStepFiles *st, int f)
+{
+    if (!st->merged) return rdbFindOutPart(hd, st->fam, st->base, f);
+    char name[SYS_TEXT];
+    partName(st, f, name);
+    return rdbFindFile(hd, name);
+}
+
+/* Looks all files up; 1 if none is missing */
 static int listFiles(rdbHd *hd, rdbStepFiles *st)
 {
     int all = 1;
     for (int f = 0; f < st->nFiles; ++f) {
-        char name[SYS_TEXT];
-        partName(st, f, name);
-        const int opt = rdbFindFile(hd, name);
+        const int opt = formOfFile(hd, st, f);
         if (opt != st->files[f].opt) forgetFile(st, f);
         st->files[f].opt = opt;
         all = all && opt;
@@ -227,11 +237,16 @@ static void releaseFile(rdbStepFiles *st, int f)
 
 /* ------------------------------------------------------------------------------------------------------ one part */
 
+/* Does key k of the table stand in the files? */
+static int isPresent(const rdbStepFiles *st, int k) { return (int) (st->present >> k & 1); }
+
 /* To key k, which was met: failures then say the same as after a walk to it */
 static void goTo(const rdbStepFiles *st, stepFile *file, const stepPart *part, int k)
 {
     const keyPlace *place = &part->places[k];
-    iopSetPlace(file->fh, place->loc, place->nTokens, k > 0 ? st->fam->vars[k - 1].key : "nNodes");
+    int last = k - 1;
+    while (last >= 0 && !isPresent(st, last)) --last;
+    iopSetPlace(file->fh, place->loc, place->nTokens, last >= 0 ? st->fam->vars[last].key : "nNodes");
 }
 
 /* Key k stands here, and those before it were met */
@@ -267,7 +282,7 @@ static void readArray(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p, int va
     int k = var < part->nPlaces ? var : part->nPlaces - 1;
     goTo(st, file, part, k);
     for (; k < var; ++k) {
-        iopSkipReals(file->fh, vars[k].key);
+        if (isPresent(st, k)) iopSkipReals(file->fh, vars[k].key);
         notePlace(file, part, k + 1);
     }
     if (first < 0) iopGetRealsIndexed(file->fh, vars[var].key, width, nNodes, hd->run->sdNodes[p], data);
@@ -275,12 +290,15 @@ static void readArray(rdbHd *hd, rdbStepFiles *st, stepFile *file, int p, int va
     notePlace(file, part, var + 1);
 }
 
-/* In the merged form the next part begins behind the last array that is there. Arrays above `var` are optional, and
-   wherever such a walk starts it ends at the same place. Once the next part has been met it is gone to directly. */
+/* In the merged form the next part begins behind the last array that is there. Arrays above `var` are optional, and so
+   are those that run on behind the variables; wherever such a walk starts it ends at the same place. Once the next part
+   has been met it is gone to directly. */
 static void skipToEnd(rdbStepFiles *st, stepFile *file, int p, int var)
 {
     if (st->parts[p].ended) return;
-    for (int k = var + 1; k < st->fam->nVars; ++k) iopSkipRealsIf(file->fh, st->fam->vars[k].key);
+    for (int k = var + 1; k < st->fam->nVars; ++k)
+        if (isPresent(st, k)) iopSkipRealsIf(file->fh, st->fam->vars[k].key);
+    for (const char *const *key = st->fam->behind; key && *key; ++key) iopSkipRealsIf(file->fh, *key);
     st->parts[p].ended = 1;
 }
 
@@ -311,6 +329,15 @@ static int getNSteps(rdbHd *hd, const rdbOutFam *fam, int *n)
     return 1;
 }
 
+/* The number of a step. Of a family of the newest step it is looked for anew each time. */
+static int stepAt(rdbHd *hd, const rdbOutFam *fam, int i)
+{
+    rdbOutInfo *info = hd->run->out[fam->cache];
+    if (!fam->newest) return info->steps[i];
+    info->times[0] = -1.0;
+    return info->steps[0] = rdbNewestOutStep(hd, fam);
+}
+
 /* i1: position in the list of variables, i2: in the list of steps. Nodes that no part has are zero; where the parts
    have them all, and none is missing, nothing need be zeroed before. A run without subdomains has no part to read, but
    a step whose file cannot be opened fails all the same. */
@@ -321,11 +348,12 @@ static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *da
     int    merged;
     if (!rdbInitOutFam(hd, fam) || !rdbReadDdc(hd)) return 0;
     const rdbOutInfo *info = run->out[fam->cache];
-    const int         var = info->varIds[i1], step = info->steps[i2];
+    const int         var = info->varIds[i1], step = stepAt(hd, fam, i2);
+    if (!(info->present >> var & 1)) sysFailIn(fam->valuesName, "Internal error <%d>", var);
     const size_t      size = sizeof(double) * (size_t) run->nNodes * (size_t) rdbOutVarWidth(hd, fam, var);
 
     rdbOutBase(hd, step, base);
-    const int form = rdbFindFormFile(hd, base, fam->ext, path, &merged);
+    const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!form) {
         memset(data, 0, size);
         return 0;
@@ -342,14 +370,14 @@ static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *da
 static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
 {
     rdbOutInfo *info = hd->run->out[fam->cache];
-    char        base[SYS_TEXT];
+    char        base[SYS_TEXT], path[SYS_TEXT];
     int         merged;
     double      time;
     if (info->times[i] != -1.0) return 1;
     rdbOutBase(hd, info->steps[i], base);
-    iopHd *fh = rdbOpenFormFile(hd, base, fam->ext, &merged);
-    if (!fh) return 0;
-    rdbHoldFile(hd, fh);
+    const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
+    if (!form) return 0;
+    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
     iopGetKeyReal(fh, fam->hdr[0].key, &time);
     rdbCloseHeld(hd);
     info->times[i] = time;
@@ -358,7 +386,9 @@ static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
 
 static int getTime(rdbHd *hd, const rdbOutFam *fam, int i, double *time)
 {
-    if (!rdbInitOutFam(hd, fam) || !loadTime(hd, fam, i)) return 0;
+    if (!rdbInitOutFam(hd, fam)) return 0;
+    stepAt(hd, fam, i);
+    if (!loadTime(hd, fam, i)) return 0;
     *time = hd->run->out[fam->cache]->times[i];
     return 1;
 }
@@ -378,7 +408,7 @@ static int getTimes(rdbHd *hd, const rdbOutFam *fam, double *times)
 static int getStep(rdbHd *hd, const rdbOutFam *fam, int i, int *step)
 {
     if (!rdbInitOutFam(hd, fam)) return 0;
-    *step = hd->run->out[fam->cache]->steps[i];
+    *step = stepAt(hd, fam, i);
     return 1;
 }
 
@@ -413,18 +443,38 @@ static int getVarDim(rdbHd *hd, const rdbOutFam *fam, int i, int *dim)
 
 extern "C" {
 
-#define OUT_FAM(CACHE, Fam, fam, ...)                                                                       \
-    RDB_GETTER(rdb_n##Fam##Steps) { return getNSteps (hd, &fam##Fam, (int *) data);                }        \
-    RDB_GETTER(rdb_##fam##Steps)  { return getSteps  (hd, &fam##Fam, (int *) data);                }        \
-    RDB_GETTER(rdb_##fam##Step)   { return getStep   (hd, &fam##Fam, i1, (int *) data);            }        \
-    RDB_GETTER(rdb_##fam##Times)  { return getTimes  (hd, &fam##Fam, (double *) data);             }        \
-    RDB_GETTER(rdb_##fam##Time)   { return getTime   (hd, &fam##Fam, i1, (double *) data);         }        \
+/* Of the newest step there is no index: position 0 it is */
+#define FAM(Fam, fam, step)                                                                                 \
+    RDB_GETTER(rdb_##fam##Step)   { return getStep   (hd, &fam##Fam, step, (int *) data);          }        \
+    RDB_GETTER(rdb_##fam##Time)   { return getTime   (hd, &fam##Fam, step, (double *) data);       }        \
     RDB_GETTER(rdb_n##Fam##Vars)  { return getNVars  (hd, &fam##Fam, (int *) data);                }        \
     RDB_GETTER(rdb_##fam##VarName){ return getVarName(hd, &fam##Fam, i1, (char *) data);           }        \
     RDB_GETTER(rdb_##fam##VarDim) { return getVarDim (hd, &fam##Fam, i1, (int *) data);            }        \
     RDB_GETTER(rdb_##fam##Values) { return getValues (hd, &fam##Fam, i1, i2, (double *) data);     }
+#define OUT_FAM(CACHE, Fam, fam, ...)                                                                       \
+    RDB_GETTER(rdb_n##Fam##Steps) { return getNSteps (hd, &fam##Fam, (int *) data);                }        \
+    RDB_GETTER(rdb_##fam##Steps)  { return getSteps  (hd, &fam##Fam, (int *) data);                }        \
+    RDB_GETTER(rdb_##fam##Times)  { return getTimes  (hd, &fam##Fam, (double *) data);             }        \
+    FAM(Fam, fam, i1)
+#define NEWEST_FAM(CACHE, Fam, fam, ...) FAM(Fam, fam, 0)
 #include "rdb/rdbOutFams.def"
 #undef OUT_FAM
+#undef FAM
+
+/* The auxiliary list of the element quantities has one entry of one real, and no values to it. It has a name only where
+   the family has a variable of the name that it was made for. */
+RDB_GETTER(rdb_nOdqAuxVars)  { return rdbInitOutFam(hd, &odqOdq) && rdbPutInt(data, 1); }
+RDB_GETTER(rdb_odqAuxVarDim) { return rdbInitOutFam(hd, &odqOdq) && rdbPutInt(data, 1); }
+RDB_GETTER(rdb_odqAuxValues) { sysFail("Invalid index <%d>", i1); }
+
+RDB_GETTER(rdb_odqAuxVarName)
+{
+    if (!rdbInitOutFam(hd, &odqOdq)) return 0;
+    const rdbOutInfo *info = hd->run->out[odqOdq.cache];
+    for (int i = 0; i < info->nVars; ++i)
+        if (strcmp(odqOdq.vars[info->varIds[i]].name, "compressible_cfl_number") == 0) return rdbPutText(data, "dummy");
+    return rdbPutText(data, "");
+}
 
 /* A gradient has three components for each of the variable's */
 RDB_GETTER(rdb_outGradVarDim)

@@ -314,8 +314,12 @@ int rdbUpdateDir(rdbHd *hd)
 
 enum { TOP, MINUTE = 60 };
 
-/* The event table is no cache yet: that it grew is told all the same. */
-static int dropTop(runHd *) { return 1; }
+/* That the log grew is told even where nobody has asked for it yet. */
+static int dropTop(runHd *run)
+{
+    rdbDropLog(&run->log);
+    return 1;
+}
 
 /* The files of a run that grow while it is open, `<problem>.<run>.<ext>`. To watch one more, add a row. */
 static const struct {

@@ -91,7 +91,8 @@ int rdbDiskName(rdbHd *hd, const char *path, int opt, char *name)
 {
     const iopHd *container = containerOf(hd, path);
     const int    form = container ? IOP_HDF_CONTAINER : opt & IOP_FORMS;
-    iopGetDiskName(container ? iopFileName(container) : path, form, name);
+    if (container) iopDiskName(container, name, SYS_TEXT);
+    else iopGetDiskName(path, form, name);
     return form;
 }
 

@@ -26,7 +26,7 @@ namespace {
 
 /* ---- keys ---- */
 
-enum class Announces { integer, real, integers, reals };      /* one number, or a table of them */
+enum class Announces { text, integer, real, integers, reals };      /* one token, or a table of numbers */
 
 const struct { const char *key; Announces what; } keys[] = {
     /* table files */
@@ -52,6 +52,32 @@ const struct { const char *key; Announces what; } keys[] = {
     {"nFields",   Announces::integer },
     {"nAoutVecs", Announces::integer },
     {"masks",     Announces::integers},
+    /* other families of nodal output */
+    {"outIndx",   Announces::integer },
+    {"timeInc",   Announces::real    },
+    {"flowTimeInc", Announces::real  },
+    {"nRafVars",  Announces::integer },
+    {"nAtcVars",  Announces::integer },
+    {"rafSteps",  Announces::integers},
+    {"name",      Announces::text    },
+    {"lvsetThk",  Announces::real    },
+    {"nDODirs",   Announces::integer },
+    /* log of time steps */
+    {"tsId",      Announces::integer },
+    {"cycleId",   Announces::integer },
+    {"eqnName",   Announces::text    },
+    {"stgName",   Announces::text    },
+    {"lhsUpdFlag", Announces::integer},
+    {"resNorm",   Announces::real    },
+    {"resRat",    Announces::real    },
+    {"solNorm",   Announces::real    },
+    {"solRat",    Announces::real    },
+    {"nIters",    Announces::integer },
+    {"lesRed",    Announces::real    },
+    {"cpuTime",   Announces::real    },
+    {"elapseTime", Announces::real   },
+    {"redoFlag",  Announces::integer },
+    {"endRun",    Announces::integer },
 };
 
 /* ---- the binary form ---- */
@@ -145,6 +171,7 @@ Announces announcedBy(const std::string &key, const BinaryFile &in)
         if (key == known.key) return known.what;
     for (const OutVarRow &row : outVarRows)
         if (key == row.key) return Announces::reals;
+    if (isFamKey(key)) return Announces::reals;
     in.fail("holds the key <" + key + ">, of which it is not known what stands behind it");
 }
 
@@ -160,6 +187,7 @@ void convertFile(const fs::path &from, TokenFile to)
         const std::string key = in.str();
         int32_t nCols, nRows;
         switch (announcedBy(key, in)) {
+            case Announces::text:    to.keyStr(key, in.str()); break;
             case Announces::integer: to.keyInt(key, in.num<int32_t>()); break;
             case Announces::real:    to.keyReal(key, in.num<double>()); break;
             case Announces::integers:

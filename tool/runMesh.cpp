@@ -36,6 +36,7 @@ constexpr ElemFaces elemFaces[] = {
     { WEDGE,   5, {{3, {0,1,2}},   {3, {5,4,3}},   {4, {0,2,5,3}}, {4, {2,1,4,5}}, {4, {1,0,3,4}}} },
     { HEX,     6, {{4, {0,1,2,3}}, {4, {7,6,5,4}}, {4, {5,6,2,1}}, {4, {0,3,7,4}}, {4, {4,5,1,0}}, {4, {3,2,6,7}}} },
     { TET10,   4, {{3, {0,1,2}},   {3, {1,3,2}},   {3, {2,3,0}},   {3, {3,1,0}}} },
+    { BUBBLE,  4, {{3, {0,1,2}},   {3, {1,3,2}},   {3, {2,3,0}},   {3, {3,1,0}}} },
 };
 constexpr int tet10Edges[6][2]    = {{0,1}, {1,2}, {0,2}, {0,3}, {1,3}, {2,3}};               /* nodes 4 to 9 */
 constexpr int tet10FaceMids[4][3] = {{4,5,6}, {8,9,5}, {9,7,6}, {8,4,7}};                     /* per face     */
@@ -47,7 +48,17 @@ const ElemFaces &facesOf(int type)
     throw std::logic_error("no such element");
 }
 
-int nenOf(int type) { return type == TET ? 4 : type == PYRAMID ? 5 : type == WEDGE ? 6 : type == HEX ? 8 : 10; }
+int nenOf(int type)
+{
+    switch (type) {
+    case TET:     return 4;
+    case PYRAMID:
+    case BUBBLE:  return 5;
+    case WEDGE:   return 6;
+    case HEX:     return 8;
+    default:      return 10;
+    }
+}
 
 /* an element of a cell, by its corner nodes; bad for none */
 struct CellElem { int type; std::array<int, 8> nodes; };
@@ -104,6 +115,8 @@ bool touchesTets(const CellElem &elem, int face)
 
 }
 
+const int *cornerOf(int tetrahedron, int corner) { return cornerAt[tetPattern[tetrahedron].nodes[corner]]; }
+
 /* ---- volumes ---- */
 
 /* what each of the cells from slab i0 to i1 gives to one volume; its first element has position `first` there */
@@ -128,16 +141,17 @@ static std::vector<Piece> piecesOf(const RunSpec &spec)
     return pieces;
 }
 
-/* The element's nodes in the cell (i, j, k), all of them. */
-void RunModel::elemNodes(const int *cellNodes, int type, int i, int j, int k, int *nodes) const
+/* The nodes of element `elem` of the cell (i, j, k), all of them. */
+void RunModel::elemNodes(const int *cellNodes, int type, int elem, int i, int j, int k, int *nodes) const
 {
-    const int nCorners = type == TET10 ? 4 : nenOf(type);
+    const int nCorners = type == TET10 || type == BUBBLE ? 4 : nenOf(type);
     for (int n = 0; n < nCorners; ++n) {
         const int c = cellNodes[n];
         nodes[n] = c == 8 ? centreNode(i, j, k)
                           : latticeNode(grain * (i + cornerAt[c][0]), grain * (j + cornerAt[c][1]),
                                         grain * (k + cornerAt[c][2]));
     }
+    if (type == BUBBLE) nodes[4] = bubbleNode(i, j, k, elem);
     if (type != TET10) return;
     for (int e = 0; e < 6; ++e) {
         const int *from = cornerAt[cellNodes[tet10Edges[e][0]]], *to = cornerAt[cellNodes[tet10Edges[e][1]]];
@@ -158,7 +172,8 @@ void RunModel::makeVolumes()
     for (const Piece &piece : piecesOf(spec)) {
         VolSet &vol = vols[piece.vol];
         const int nCells = (piece.i1 - piece.i0) * spec.ny * spec.nz;
-        vol.type = spec.mesh == Mesh::tet10 ? (int) TET10 : piece.pattern->front().type;
+        vol.type = spec.mesh == Mesh::tet10 ? (int) TET10 : spec.mesh == Mesh::bubble ? (int) BUBBLE
+                 : piece.pattern->front().type;
         vol.nen  = nenOf(vol.type);
         vol.name = spec.mesh == Mesh::mixed ? mixedNames[piece.vol]
                  : spec.nVols == 1 ? "fluid" : "fluid_" + std::to_string(piece.vol + 1);
@@ -170,8 +185,8 @@ void RunModel::makeVolumes()
         for (int k = 0; k < spec.nz; ++k)
             for (int j = 0; j < spec.ny; ++j)
                 for (int i = piece.i0; i < piece.i1; ++i)
-                    for (const CellElem &elem : *piece.pattern) {
-                        elemNodes(elem.nodes.data(), vol.type, i, j, k, nodes);
+                    for (int e = 0; e < (int) piece.pattern->size(); ++e) {
+                        elemNodes((*piece.pattern)[e].nodes.data(), vol.type, e, i, j, k, nodes);
                         nodes += vol.nen;
                         *sd++ = sdOfSlab[i];
                     }

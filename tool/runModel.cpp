@@ -32,6 +32,7 @@ static void sizeForNodes(RunSpec *spec)
     if (spec->mesh == Mesh::mixed) nodes /= 1.25;            /* a quarter of the cells has a node in its middle */
     double unit = std::cbrt(nodes / (ratio[0] * ratio[1] * ratio[2]));
     if (spec->mesh == Mesh::tet10) unit /= 2;
+    if (spec->mesh == Mesh::bubble) unit /= std::cbrt(7);    /* six elements of a cell have one */
     const auto cells = [&](int d, int least) { return std::max(least, (int) std::lround(unit * ratio[d])); };
     spec->nx = cells(0, std::max(spec->mesh == Mesh::mixed ? 4 : 1, std::max(spec->nSds, spec->nVols)));
     spec->ny = cells(1, spec->shape == Shape::annulus ? 3 : 1);
@@ -59,6 +60,7 @@ static void completeSpec(RunSpec *spec)
     if (spec->nx < least || spec->ny < 1 || spec->nz < 1)
         refuse("a mesh needs at least " + std::to_string(least) + " x 1 x 1 cells");
     if (spec->shape == Shape::annulus && spec->ny < 3) refuse("a ring needs at least 3 cells around");
+    if (spec->renumbered && spec->lines != Lines::all) refuse("volumes are known by name only if they have lines");
     if (spec->nVols > spec->nx) refuse("more volumes than slabs of cells");
     if (spec->nSds  > spec->nx) refuse("more subdomains than slabs of cells");
 
@@ -79,6 +81,11 @@ RunModel::RunModel(const RunSpec &wanted) : spec(wanted)
     makeVolumes();
     makeSurfaces();
     makeGroups();
+    if (spec.nodeSets) {
+        makeNodeSets();
+        makeOutElems();
+    }
+    if (spec.lines == Lines::noSets) surfacesFromGroups();
     makeParts();
 }
 
@@ -101,7 +108,8 @@ void RunModel::makeLattice()
         centres0 = (int) (spec.nx * (int64_t) 2 / 4);
         centres1 = (int) (spec.nx * (int64_t) 3 / 4);
     }
-    nNodes = nxN * nyN * nzN + (centres1 - centres0) * spec.ny * spec.nz;
+    bubbles = spec.mesh == Mesh::bubble ? 6 : 0;
+    nNodes  = nxN * nyN * nzN + (centres1 - centres0) * spec.ny * spec.nz + bubbles * spec.nx * spec.ny * spec.nz;
     usrIds = makeIds(nNodes, 1);
 }
 
@@ -133,6 +141,38 @@ int RunModel::centreNode(int i, int j, int k) const
     return nxN * nyN * nzN + i - centres0 + (centres1 - centres0) * (j + spec.ny * k);
 }
 
+int RunModel::bubbleNode(int i, int j, int k, int elem) const
+{
+    return nxN * nyN * nzN + elem + bubbles * (i + spec.nx * (j + spec.ny * k));
+}
+
+/* Coordinates are multiples of 1/1024: formulas are exact */
+void RunModel::snap(double xyz[3]) const
+{
+    const double quantum = spec.fields == Fields::demo ? 1 << 20 : 1 << 10;
+    for (int d = 0; d < 3; ++d) xyz[d] = std::round(xyz[d] * quantum) / quantum;
+}
+
+/* The middle of a tetrahedron, counted through all cells, whose sides are straight in whatever shape */
+RunModel::Place RunModel::middleOf(int tetrahedron) const
+{
+    const int cell = tetrahedron / bubbles;
+    const int i = cell % spec.nx, j = cell / spec.nx % spec.ny, k = cell / spec.nx / spec.ny;
+    Place middle = {};
+    for (int c = 0; c < 4; ++c) {
+        const int  *corner = cornerOf(tetrahedron % bubbles, c);
+        const Place there = place(latticeNode(i + corner[0], j + corner[1], k + corner[2]));
+        middle.a += (i + corner[0]) / (4.0 * spec.nx);
+        middle.b += (j + corner[1]) / (4.0 * spec.ny);                   /* in a ring the last corner is the first */
+        middle.c += (k + corner[2]) / (4.0 * spec.nz);
+        middle.cosine += there.cosine / 4;
+        middle.sine   += there.sine / 4;
+        for (int d = 0; d < 3; ++d) middle.xyz[d] += there.xyz[d] / 4;
+    }
+    snap(middle.xyz);
+    return middle;
+}
+
 RunModel::Place RunModel::place(int node) const
 {
     Place at;
@@ -142,6 +182,7 @@ RunModel::Place RunModel::place(int node) const
         at.b = (double) (node / nxN % nyN) / grain;
         at.c = (double) (node / nxN / nyN) / grain;
     }
+    else if (bubbles) return middleOf(node - nLattice);
     else {
         const int n = node - nLattice, across = centres1 - centres0;
         at.a = n % across + centres0 + 0.5;
@@ -188,8 +229,7 @@ RunModel::Place RunModel::place(int node) const
         at.xyz[1] = r * at.cosine;
         at.xyz[2] = r * at.sine;
     }
-    const double quantum = demo ? 1 << 20 : 1 << 10;
-    for (double &x : at.xyz) x = std::round(x * quantum) / quantum;
+    snap(at.xyz);
     return at;
 }
 
@@ -213,8 +253,9 @@ void RunModel::makeGroups()
     std::vector<int> elmOf(vols.size());
     for (int v = 0; v < (int) vols.size(); ++v) {
         const bool empty = v >= spec.nVols;
-        if (spec.mesh != Mesh::mixed && v > 1 && !empty) elms.back().members.push_back(v);
-        else addGroup(&elms, empty || spec.mesh == Mesh::mixed || spec.nVols == 1 ? vols[v].name
+        const bool alone = empty || spec.mesh == Mesh::mixed || spec.nVols == 1 || spec.lines != Lines::all;
+        if (!alone && v > 1) elms.back().members.push_back(v);
+        else addGroup(&elms, alone ? vols[v].name
                            : v == 0 ? "first of fluid" : "rest of fluid", (int) elms.size(), v);
         elmOf[v] = (int) elms.size() - 1;
     }
@@ -261,6 +302,10 @@ void RunModel::makeParts()
             for (int j = 0; j < spec.ny; ++j)
                 for (int i = std::max(i0, centres0); i < std::min(i1, centres1); ++i)
                     part.push_back(centreNode(i, j, k));
+        for (int k = 0; bubbles && k < spec.nz; ++k)
+            for (int j = 0; j < spec.ny; ++j)
+                for (int i = i0; i < i1; ++i)
+                    for (int e = 0; e < bubbles; ++e) part.push_back(bubbleNode(i, j, k, e));
         if (spec.scattered) shuffle(&part, 4 + (unsigned) p);
     }
 }
@@ -293,6 +338,7 @@ std::vector<int> RunModel::blockNodes(int block) const
 int RunModel::cellType(int block) const
 {
     const int nSfss = (int) sfss.size();
+    if (block < nSfss && vols[sfss[block].vol].type == BUBBLE) return -1;
     switch (block < nSfss ? sfss[block].type : vols[block - nSfss].type) {
     case TRI:     return 5;
     case QUAD:    return 9;

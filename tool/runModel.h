@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "tool/runFamilies.h"
 #include "tool/tokenFile.h"
 
 namespace tool {
@@ -30,6 +31,7 @@ enum class Mesh {
     hex,      /* hexahedra                                                                                  */
     tet,      /* tetrahedra, six to a cell                                                                  */
     tet10,    /* the same with ten nodes                                                                    */
+    bubble,   /* the same with a fifth node in the middle                                                   */
     mixed     /* four volumes: hexahedra, wedges, pyramids, tetrahedra; conforming; needs nx of at least 4  */
 };
 
@@ -42,6 +44,12 @@ enum class Shape {
 enum class Fields {
     formula,  /* linear in the coordinates and the step, exact in 32 bits: see Formula                      */
     demo      /* a flow that a person enjoys looking at                                                     */
+};
+
+enum class Lines {
+    all,        /* of all sets                                                                              */
+    noVolumes,  /* no VOL lines, as in older runs: an element set is the volume                             */
+    noSets      /* no VOL and no SFS lines: element sets are the volumes, surface groups the surface sets   */
 };
 
 struct RunSpec {
@@ -64,6 +72,9 @@ struct RunSpec {
     bool     scattered = false;           /* user ids unordered and with gaps, else 1, 2, 3, ...            */
     unsigned seed      = 1;               /* of what is scattered                                           */
     bool     emptySets = false;           /* adds a volume, a surface set and groups without elements       */
+    bool     nodeSets  = false;           /* adds node sets, node pairs, output element sets                */
+    bool     renumbered = false;          /* lines tell of other volumes by number than by name             */
+    Lines    lines     = Lines::all;
     bool     nameNeighbors = true;        /* SFS.SFS lines for the two sides of an inner interface          */
     bool     osn = true;                  /* writes node lists of output surfaces                           */
 
@@ -76,6 +87,8 @@ struct RunSpec {
     bool     omitFilms  = false;          /* leaves out the key nFilms: a reader takes nSpecs in its place  */
     bool     omitFields = false;          /* leaves out nFields: a reader takes the count before it         */
     Fields   fields = Fields::formula;
+    std::vector<FamSpec> families;        /* other families of nodal output, with the same steps            */
+    bool     top = false;                 /* writes the log of time steps                                   */
 
     /* Sets mask and counts from "velocity,pressure,species:3": names or file keys, a number of members for species,
        field, film and auxiliary_output (1 if not given). A name that stands for three rows means the first. "all"
@@ -124,6 +137,24 @@ struct Group {
 
 enum class Family { elm, osf, cbc, rsf, srs };
 
+struct NodeSet {
+    std::string      name;
+    int              var;
+    std::vector<int> nodes;               /* positions; of a set of pairs two for each pair                 */
+    std::vector<int> usrIds;              /* of pairs                                                       */
+    int nPairs() const { return (int) usrIds.size(); }
+};
+
+struct OutElems {                         /* some elements, or all, of some volumes                         */
+    struct Part {
+        int vol, nen;                     /* nodes of an element that it tells of: perhaps not the middle   */
+        std::vector<int> elems;           /* positions in the volume                                        */
+    };
+    std::string       name;
+    bool              whole;
+    std::vector<Part> parts;
+};
+
 /* value = c0 + cx x + cy y + cz z + cs s + cxs x s, with s the position of the step, from 0. Coordinates are those of
    the mesh at rest and multiples of 1/1024, coefficients are multiples of 1/128: all sums are exact in 64 bits. */
 struct Formula { double c0, cx, cy, cz, cs, cxs; };
@@ -146,6 +177,9 @@ public:
     std::vector<SrfSet> sfss;
     std::vector<Group>  elms, osfs, cbcs, rsfs, srss;
     const std::vector<Group> &groups(Family family) const;
+    std::vector<NodeSet>  nbcs, pbcs;     /* node sets, node pairs                                          */
+    NodeSet               wall;           /* nodes of all walls                                             */
+    std::vector<OutElems> oels;
     std::vector<std::vector<int>> parts;  /* node positions of each output part                             */
     std::vector<Var>    vars;
     std::vector<std::string> speciesNames, fieldNames;
@@ -170,9 +204,13 @@ public:
 private:
     struct Place;                         /* a node's place on the lattice and in space */
     Place place(int node) const;
+    Place middleOf(int tetrahedron) const;
+    void  snap(double xyz[3]) const;
     int   latticeNode(int i, int j, int k) const;
     int   centreNode(int i, int j, int k) const;
-    void  elemNodes(const int *cellNodes, int type, int i, int j, int k, int *nodes) const;
+    int   bubbleNode(int i, int j, int k, int elem) const;
+    void  elemNodes(const int *cellNodes, int type, int elem, int i, int j, int k, int *nodes) const;
+    std::vector<int> nodesOn(const std::vector<int> &places) const;
     std::vector<int> makeIds(int64_t n, unsigned kind) const;
     void  shuffle(std::vector<int> *list, unsigned kind) const;
     void  demoValues(int row, int dim, const Place &at, int step, double *comps) const;
@@ -181,12 +219,16 @@ private:
     void  makeVolumes();
     void  makeSurfaces();
     void  makeGroups();
+    void  makeNodeSets();
+    void  makeOutElems();
+    void  surfacesFromGroups();
     void  makeParts();
 
     std::vector<int> kinds;               /* of each surface set: where it lies                             */
     int nxN, nyN, nzN;                    /* lattice nodes in each direction                                */
     int grain;                            /* lattice steps per cell: 2 for ten-node elements, else 1        */
     int centres0, centres1;               /* slabs of cells that have a node in their middle: [from, to)    */
+    int bubbles;                          /* elements of a cell that have a node in their middle            */
 };
 
 }

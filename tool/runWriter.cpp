@@ -113,6 +113,49 @@ SrfSet joined(const RunModel &model, const std::vector<int> &members)
     return all;
 }
 
+void writeNodes(DataFiles &files, const RunModel &model, const std::string &suffix, const NodeSet &set)
+{
+    const int nNodes = (int) set.nodes.size();
+    TokenFile file = files.make(suffix);
+    tableHead(file, 1, nNodes, 1);
+    intPart(file, 1, nNodes, asUsrIds(model, set.nodes, 1));
+    file.close();
+}
+
+void writePairs(DataFiles &files, const RunModel &model, const std::string &suffix, const NodeSet &set)
+{
+    TokenFile file = files.make(suffix);
+    tableHead(file, 2, set.nPairs(), 3);
+    intPart(file, 1, set.nPairs(), set.usrIds.data());
+    intPart(file, 2, set.nPairs(), asUsrIds(model, set.nodes, 2));
+    file.close();
+}
+
+/* the elements of a volume that an output element set has; one that has all of them uses the volume's own file */
+std::string outElemsName(const OutElems &set, int id, size_t part)
+{
+    return set.whole ? ".vol" + std::to_string(set.parts[part].vol)
+                     : ".oel" + std::to_string(id) + "_" + std::to_string(part);
+}
+
+void writeNodeSets(DataFiles &files, const RunModel &model)
+{
+    const auto numbered = [](const char *suffix, size_t n) { return suffix + std::to_string(n); };
+    for (size_t i = 0; i < model.nbcs.size(); ++i) writeNodes(files, model, numbered(".nbc", i), model.nbcs[i]);
+    for (size_t i = 0; i < model.pbcs.size(); ++i) writePairs(files, model, numbered(".pbc", i), model.pbcs[i]);
+    if (model.spec.nodeSets) writeNodes(files, model, ".zbc", model.wall);
+    for (size_t i = 0; i < model.oels.size(); ++i)
+        for (size_t p = 0; !model.oels[i].whole && p < model.oels[i].parts.size(); ++p) {
+            const OutElems::Part &part = model.oels[i].parts[p];
+            std::vector<int> ids;
+            for (int e : part.elems) ids.push_back(model.vols[part.vol].usrIds[e]);
+            TokenFile file = files.make(outElemsName(model.oels[i], (int) i, p));
+            tableHead(file, 1, (int) ids.size(), 1);
+            intPart(file, 1, (int) ids.size(), ids.data());
+            file.close();
+        }
+}
+
 void writeSurfaces(DataFiles &files, const RunModel &model, const std::string &suffix, const std::vector<int> &members)
 {
     const SrfSet set = joined(model, members);
@@ -137,6 +180,7 @@ public:
         head();
         sets();
         groups();
+        nodeSets();
         names();
         line("END", "");
         file << text;
@@ -186,16 +230,19 @@ private:
              + num(parent, parentId) + num("medium", 1);
     }
 
+    /* as the lines tell it: after a renumbering another volume has the number, and the name counts */
+    int numberOf(int vol) const { return spec.renumbered ? (vol + 1) % (int) model.vols.size() : vol; }
+
     void sets()
     {
-        for (size_t v = 0; v < model.vols.size(); ++v) {
+        for (size_t v = 0; spec.lines == Lines::all && v < model.vols.size(); ++v) {
             const VolSet &vol = model.vols[v];
             line("VOL", named(".vol", (int) v, vol.name) + num("nElems", vol.nElems()) + num("type", vol.type)
                         + num("nen", vol.nen));
         }
-        for (size_t s = 0; s < model.sfss.size(); ++s) {
+        for (size_t s = 0; spec.lines != Lines::noSets && s < model.sfss.size(); ++s) {
             const SrfSet &set = model.sfss[s];
-            line("SFS", named(".sfs", (int) s, set.name) + srfNums(set.nSrfs(), set, "vol", set.vol)
+            line("SFS", named(".sfs", (int) s, set.name) + srfNums(set.nSrfs(), set, "vol", numberOf(set.vol))
                         + " volName " + quoted(model.vols[set.vol].name));
         }
         for (size_t e = 0; e < model.elms.size(); ++e) {
@@ -205,6 +252,7 @@ private:
             const VolSet &vol = model.vols[elm.members[0]];
             line("CNN", named(".cnn", (int) e, elm.name) + num("nElems", nElems) + num("type", vol.type)
                         + num("nen", vol.nen) + " quad 1 medium 1 rff 0 thick 1 tol 0");
+            if (spec.lines != Lines::all) continue;
             std::vector<std::string> names;
             for (int v : elm.members) names.push_back(model.vols[v].name);
             nameList("CNN.VOL", elm.name, names);
@@ -233,16 +281,47 @@ private:
             const SrfSet &set = model.sfss[list[g].members[0]];
             line(keyword, named(family.suffix, (int) g, list[g].name) + srfNums(nSrfs, set, "elm", list[g].elm)
                           + family.own);
-            nameList(keyword + ".SFS", list[g].name, names);
+            if (spec.lines != Lines::noSets) nameList(keyword + ".SFS", list[g].name, names);
         }
     }
 
     void groups()
     {
         for (const SrfFamily &f : srfFamilies) family(f);
-        for (size_t s = 0; spec.nameNeighbors && s < model.sfss.size(); ++s)
+        for (size_t s = 0; spec.nameNeighbors && spec.lines != Lines::noSets && s < model.sfss.size(); ++s)
             if (model.sfss[s].neighbor >= 0)
                 line("SFS.SFS", std::to_string(s) + " " + std::to_string(model.sfss[s].neighbor));
+    }
+
+    std::string nodeNums(const char *count, int n, int var) const { return num(count, n) + num("var", var); }
+
+    void outElems(int id)
+    {
+        const OutElems &set = model.oels[id];
+        const auto nums = [&](const OutElems::Part &part) {
+            return num("nElems", (int64_t) part.elems.size()) + num("type", model.vols[part.vol].type)
+                 + num("nen", part.nen) + num("quad", 1);
+        };
+        const auto fileOf = [&](size_t part) { return file(outElemsName(set, id, part)) + " " + quoted(set.name); };
+        line("OEL", fileOf(0) + nums(set.parts[0]) + " elm 0 medium 1" + num("type", set.whole ? 2 : 1)
+                    + num("nVols", (int64_t) set.parts.size()));
+        for (size_t p = 0; p < set.parts.size(); ++p)
+            line("OEL.VOL", fileOf(p) + nums(set.parts[p]) + num("vol", numberOf(set.parts[p].vol)) + " medium 1"
+                            + " volName " + quoted(model.vols[set.parts[p].vol].name));
+    }
+
+    void nodeSets()
+    {
+        for (size_t i = 0; i < model.nbcs.size(); ++i)
+            line("NBC", named(".nbc", (int) i, model.nbcs[i].name)
+                        + nodeNums("nNodes", (int) model.nbcs[i].nodes.size(), model.nbcs[i].var));
+        for (size_t i = 0; i < model.pbcs.size(); ++i)
+            line("PBC", named(".pbc", (int) i, model.pbcs[i].name)
+                        + nodeNums("nPairs", model.pbcs[i].nPairs(), model.pbcs[i].var));
+        if (spec.nodeSets)
+            line("ZBC", file(".zbc") + " " + quoted(model.wall.name)
+                        + nodeNums("nNodes", (int) model.wall.nodes.size(), model.wall.var));
+        for (size_t i = 0; i < model.oels.size(); ++i) outElems((int) i);
     }
 
     void names()
@@ -358,11 +437,11 @@ void writeRun(const RunModel &model)
     DataFiles files(dataBase(spec), spec.form);
     writeCoordinates(files, model);
     const auto numbered = [](const char *suffix, size_t n) { return suffix + std::to_string(n); };
-    for (size_t v = 0; v < model.vols.size(); ++v)
+    for (size_t v = 0; spec.lines == Lines::all && v < model.vols.size(); ++v)
         writeElements(files, model, numbered(".vol", v), {(int) v});
     for (size_t e = 0; e < model.elms.size(); ++e)
         writeElements(files, model, numbered(".cnn", e), model.elms[e].members);
-    for (size_t s = 0; s < model.sfss.size(); ++s)
+    for (size_t s = 0; spec.lines != Lines::noSets && s < model.sfss.size(); ++s)
         writeSurfaces(files, model, numbered(".sfs", s), {(int) s});
 
     for (const SrfFamily &family : srfFamilies) {
@@ -371,9 +450,12 @@ void writeRun(const RunModel &model)
             writeSurfaces(files, model, numbered(family.suffix, g), groups[g].members);
     }
 
+    writeNodeSets(files, model);
     if (spec.nSds > 0) writeDecomposition(files, model);
     for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(files, model, g);
     for (int s = 0; s < model.nSteps(); ++s) writeStep(files, model, s);
+    for (const FamSpec &fam : spec.families) writeFamily(files, model, fam);
+    if (spec.top) writeTop(files, model);
     files.close();
     ClientInfo(model).write();
     writeLog(spec);

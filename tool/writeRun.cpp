@@ -1,5 +1,6 @@
 /* writeRun.cpp: the command that makes a run to try things with. See writeRun --help. */
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -45,9 +46,11 @@ double real(const char *option, const std::string &text)
 
 template <class T> struct Word { const char *word; T value; };
 
-const Word<Mesh>   meshes[] = {{"hex", Mesh::hex}, {"tet", Mesh::tet}, {"tet10", Mesh::tet10}, {"mixed", Mesh::mixed}};
+const Word<Mesh>   meshes[] = {{"hex", Mesh::hex}, {"tet", Mesh::tet}, {"tet10", Mesh::tet10},
+                              {"bubble", Mesh::bubble}, {"mixed", Mesh::mixed}};
 const Word<Shape>  shapes[] = {{"box", Shape::box}, {"bend", Shape::bend}, {"annulus", Shape::annulus}};
 const Word<Fields> fields[] = {{"formula", Fields::formula}, {"demo", Fields::demo}};
+const Word<Lines>  lineKinds[] = {{"all", Lines::all}, {"no-volumes", Lines::noVolumes}, {"no-sets", Lines::noSets}};
 const Word<bool>   idKinds[] = {{"consecutive", false}, {"scattered", true}};
 
 void setCells(RunSpec *spec, const std::string &text)
@@ -58,6 +61,19 @@ void setCells(RunSpec *spec, const std::string &text)
         const size_t end = d < 2 ? text.find(',', at) : text.size();
         if (end == std::string::npos || at > text.size()) refuse("--cells: <" + text + "> is not NX,NY,NZ");
         *cells[d] = (int) number("--cells", text.substr(at, end - at), 1, 1000000);
+        at = end + 1;
+    }
+}
+
+void setFamilies(RunSpec *spec, const std::string &text)
+{
+    spec->families.clear();
+    for (size_t at = 0; at <= text.size();) {
+        const size_t end = std::min(text.find(',', at), text.size());
+        FamSpec fam;
+        fam.ext = text.substr(at, end - at);
+        famVars(fam);                                   /* refuses what it does not know */
+        spec->families.push_back(fam);
         at = end + 1;
     }
 }
@@ -78,7 +94,7 @@ const Option options[] = {
     {"--title", "TEXT", "title of the run [generated run]", [](Wanted *w, Arg a) { w->spec.title = a; }},
     {"--form", "FORM", "ascii, binary, swapped (the other byte order), compressed, hdf, container [binary]",
      [](Wanted *w, Arg a) { w->spec.form = choice("--form", a, formRows); }},
-    {"--mesh", "MESH", "hex, tet, tet10 (ten nodes each), mixed (four volumes of four kinds) [hex]",
+    {"--mesh", "MESH", "hex, tet, tet10 (ten nodes each), bubble (five), mixed (four volumes of four kinds) [hex]",
      [](Wanted *w, Arg a) { w->spec.mesh = choice("--mesh", a, meshes); }},
     {"--shape", "SHAPE", "box, bend (a channel that turns), annulus (a ring) [box]",
      [](Wanted *w, Arg a) { w->spec.shape = choice("--shape", a, shapes); }},
@@ -93,6 +109,12 @@ const Option options[] = {
      [](Wanted *w, Arg a) { w->spec.seed = (unsigned) number("--seed", a, 0, 1000000000); }},
     {"--empty-sets", nullptr, "adds a volume, a surface set and groups without elements",
      [](Wanted *w, Arg) { w->spec.emptySets = true; }},
+    {"--node-sets", nullptr, "adds node sets, node pairs and output element sets",
+     [](Wanted *w, Arg) { w->spec.nodeSets = true; }},
+    {"--renumbered", nullptr, "lines tell of other volumes by number than by name, which counts",
+     [](Wanted *w, Arg) { w->spec.renumbered = true; }},
+    {"--lines", "KIND", "all; no-volumes (no VOL lines), no-sets (nor SFS lines), as older runs have them [all]",
+     [](Wanted *w, Arg a) { w->spec.lines = choice("--lines", a, lineKinds); }},
     {"--no-osn", nullptr, "leaves out the node lists of output surfaces", [](Wanted *w, Arg) { w->spec.osn = false; }},
     {"--subdomains", "N", "subdomains, slabs that share their cut's nodes [1]; 0 for no decomposition",
      [](Wanted *w, Arg a) { w->spec.nSds = (int) number("--subdomains", a, 0, 1000000); }},
@@ -111,6 +133,9 @@ const Option options[] = {
     {"--two-words", nullptr, "two mask words even where one would do", [](Wanted *w, Arg) { w->spec.twoWords = true; }},
     {"--omit-films", nullptr, "leaves out the header key nFilms", [](Wanted *w, Arg) { w->spec.omitFilms = true; }},
     {"--omit-fields", nullptr, "leaves out the header key nFields", [](Wanted *w, Arg) { w->spec.omitFields = true; }},
+    {"--families", "LIST", "other families of output with all their variables: ora,ota,onr,odq,oae,oee,rst,ocn",
+     [](Wanted *w, Arg a) { setFamilies(&w->spec, a); }},
+    {"--log-steps", nullptr, "writes the log of time steps, .top", [](Wanted *w, Arg) { w->spec.top = true; }},
     {"--fields", "KIND", "formula (exact, to be checked), demo (a flow to look at) [formula]",
      [](Wanted *w, Arg a) { w->spec.fields = choice("--fields", a, fields); }},
     {"--expect", "FILE", "writes what a reader must show, as JSON; see below", [](Wanted *w, Arg a) { w->expect = a; }},

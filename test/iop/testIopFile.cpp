@@ -32,6 +32,16 @@ struct FileLimit {
     ~FileLimit() { setrlimit(RLIMIT_NOFILE, &before); }
 };
 
+/* All forms that have files. */
+static const int allForms[] = { IOP_ASCII, IOP_BINARY, IOP_COMPRESSED, IOP_HDF, IOP_HDF_CONTAINER };
+
+static void writeOne(const char *name, int opt, int value)
+{
+    iopHd *fh = iopOpenFile(name, opt | IOP_WRITE);
+    iopPutIntF(fh, &value, 1, 1, 0);
+    iopCloseFile(fh);
+}
+
 static bool exists(const char *name)
 {
     return access(name, F_OK) == 0;
@@ -86,6 +96,83 @@ TEST(iopFile, nameOf1023CharactersIsTakenAndOf1024Not)
     checkFails(text, iopOpenFile(name.c_str(), IOP_ASCII | IOP_READ));
     checkFails(text, iopNew(name.c_str(), IOP_ASCII | IOP_READ));
     checkFails(text, iopCheckFile(name.c_str(), IOP_ASCII));
+}
+
+/* A directory stands before the name, so that the system takes what is that long; zcat takes no more than 1022 */
+TEST(iopFile, longestNameInEveryForm)
+{
+    for (int form : allForms) {
+        std::string name = "abc";
+        while (name.size() < (form == IOP_COMPRESSED ? 1019 : 1023)) name = "./" + name;
+        writeOne(name.c_str(), form, 5);
+        EXPECT_EQ(readOne(name.c_str(), form), 5) << form;
+        EXPECT_EQ(iopCheckFile(name.c_str(), form), 1) << form;
+        name.resize(1024, 'c');
+        const std::string text = "fileName is too long <" + name + ">";
+        checkFails(text, iopOpenFile(name.c_str(), form | IOP_READ));
+        checkFails(text, iopOpenFile(name.c_str(), form | IOP_WRITE));
+        checkFails(text, iopCheckFile(name.c_str(), form | IOP_BASENAME));
+    }
+}
+
+/* What counts is the part of the name that is stored */
+TEST(iopFile, baseNameOfALongName)
+{
+    for (int form : allForms) {
+        writeOne("abc", form, 6);
+        EXPECT_EQ(readOne((std::string(2000, 'd') + "/abc").c_str(), form | IOP_BASENAME), 6) << form;
+    }
+}
+
+TEST(iopFile, rawKeepsTheSuffixOfFormsThatAreNotPlain)
+{
+    static const struct { int form; const char *onDisk; } rows[] = {
+        { IOP_ASCII, "f" }, { IOP_BINARY, "f" }, { IOP_COMPRESSED, "f.Z" }, { IOP_HDF, "f.H" },
+        { IOP_HDF_CONTAINER, "f.C" },
+    };
+    for (const auto &row : rows) {
+        char name[SYS_TEXT];
+        iopGetDiskName("d/f.B", row.form | IOP_RAW | IOP_BASENAME, name);
+        EXPECT_STREQ(name, row.onDisk);
+        remove("f");
+        writeOne("f.B", row.form | IOP_RAW, 7);
+        EXPECT_TRUE(exists(row.onDisk)) << row.form;
+        EXPECT_EQ(readOne("f", row.form | IOP_RAW), 7) << row.form;
+        EXPECT_EQ(iopCheckFile("f.Z", row.form | IOP_RAW), 1) << row.form;
+    }
+}
+
+TEST(iopFile, diskNames)
+{
+    static const struct { const char *name; int opt; const char *onDisk; } rows[] = {
+        { "d/f",   IOP_ASCII,            "d/f"   }, { "d/f.Z", IOP_ASCII,         "d/f" },
+        { "d/f.B", IOP_BINARY,           "d/f.B" }, { "d/f.B", IOP_BINARY | IOP_RAW, "d/f" },
+        { "d/f",   IOP_COMPRESSED,       "d/f.Z" }, { "d/f.C", IOP_HDF,           "d/f.H" },
+        { "f.H",   IOP_HDF_CONTAINER,    "f.C"   }, { "H",     IOP_HDF,           "H.H" },
+        { "d/f",   IOP_HDF | IOP_BASENAME, "f.H" }, { "",      IOP_ASCII,         "" },
+    };
+    char name[SYS_TEXT];
+    for (const auto &row : rows) {
+        iopGetDiskName(row.name, row.opt, name);
+        EXPECT_STREQ(name, row.onDisk);
+    }
+    iopGetDiskName(std::string(20000, 'n').c_str(), IOP_BINARY, name);
+    EXPECT_EQ(strlen(name), (size_t) SYS_TEXT - 1);
+}
+
+/* One suffix is cut of a name, not two: whoever has the handle need not guess */
+TEST(iopFile, diskNameOfAHandle)
+{
+    for (int form : allForms) {
+        char name[SYS_NAME + 8], wanted[SYS_TEXT];
+        iopHd *fh = iopOpenFile("f.B.Z", form | IOP_WRITE);
+        iopDiskName(fh, name, sizeof name);
+        iopGetDiskName("f.B.Z", form, wanted);
+        EXPECT_STREQ(name, wanted);
+        EXPECT_TRUE(exists(name)) << name;
+        EXPECT_EQ(std::string(name).substr(0, 3), "f.B");
+        iopCloseFile(fh);
+    }
 }
 
 TEST(iopFile, longestNameWithASuffixIsTaken)
@@ -282,6 +369,37 @@ TEST(iopFile, readWinsOverWrite)
     EXPECT_EQ(testRead("f"), "41\n");
 }
 
+TEST(iopFile, readWinsOverWriteInEveryForm)
+{
+    for (int form : allForms) {
+        int value = 0;
+        writeOne("f", form, 41);
+        iopHd *fh = iopOpenFile("f", form | IOP_READ | IOP_WRITE);
+        iopGetIntF(fh, &value, 1);
+        EXPECT_EQ(value, 41);
+        checkFails(form == IOP_HDF || form == IOP_HDF_CONTAINER ? "Unable to create data set for <1>; in hdf"
+                                                                : "unable to write <1> integers in ",
+                   iopPutIntF(fh, &value, 1, 1, 0));
+        checkReturns(iopCloseFile(fh));
+        EXPECT_EQ(readOne("f", form), 41);
+    }
+}
+
+TEST(iopFile, bufferOptionsInEveryForm)
+{
+    for (int form : allForms) {
+        for (const int opt : { (int) IOP_LINE_BUFFER, (int) IOP_NO_BUFFER, IOP_LINE_BUFFER | IOP_NO_BUFFER }) {
+            writeOne("f", form | opt, 42);
+            EXPECT_EQ(readOne("f", form | opt), 42) << form << " " << opt;
+        }
+    }
+    int five = 5;
+    iopHd *fh = iopOpenFile("f", IOP_BINARY | IOP_WRITE | IOP_NO_BUFFER);
+    iopPutIntF(fh, &five, 1, 1, 0);
+    EXPECT_EQ(testRead("f.B"), "QUENTA 1.0 2 4 6 8\n" + std::string("\5\0\0\0", 4));
+    iopCloseFile(fh);
+}
+
 TEST(iopFile, bufferOptionsShowWhatIsWritten)
 {
     static const struct { int opt; const char *afterLine, *afterInt; } rows[] = {
@@ -307,7 +425,7 @@ TEST(iopFile, deletedAtClose)
 {
     static const struct { int opt; const char *onDisk; } rows[] = {
         { IOP_ASCII, "f" }, { IOP_ASCII | IOP_RAW, "f" }, { IOP_BINARY, "f.B" }, { IOP_BINARY | IOP_RAW, "f" },
-        { IOP_COMPRESSED, "f.Z" },
+        { IOP_COMPRESSED, "f.Z" },          /* HDF5 files stay: see testIopHdfContainer.cpp */
     };
     for (const auto &row : rows) {
         testWrite("f", "f");
@@ -390,13 +508,45 @@ TEST(iopFile, theReasonOfAFailedOpenOutlivesTheWait)
 
 TEST(iopFile, aClosedHandleIsRefused)
 {
-    testWrite("a", "1 2\n");
-    iopHd *fh = iopOpenFile("a", IOP_ASCII | IOP_READ);
-    iopCloseFile(fh);
     int value;
-    checkFails("file <a> is not open", iopCloseFile(fh));
-    checkFails("file <a> is not for reading", iopGetIntF(fh, &value, 1));
-    checkFails("file <a> is not for writing", iopPutIntF(fh, &value, 1, 1, 0));
+    char text[SYS_TEXT];
+    for (int form : allForms) {
+        writeOne("a", form, 1);
+        iopHd *fh = iopOpenFile("a", form | IOP_READ);
+        iopCloseFile(fh);
+        checkFails("file <a> is not open", iopCloseFile(fh));
+        checkFails("file <a> is not for reading", iopGetIntF(fh, &value, 1));
+        checkFails("file <a> is not for reading", iopGetIfStr(fh, text));
+        checkFails("not a read file <a>", iopGetLine(fh, text, SYS_TEXT));
+        checkFails("file <a> is not for writing", iopPutIntF(fh, &value, 1, 1, 0));
+        checkFails("incompatible mode for file <a>", iopPrintLine(fh, "x"));
+        checkReturns(iopGetLoc(fh); iopRewind(fh));
+        if (form != IOP_HDF_CONTAINER) continue;
+        checkFails("Invalid container <", iopGetNHdfFiles(fh));
+        checkFails("Invalid container <", iopOpenHdfFile(fh, "wall", IOP_READ));
+    }
+}
+
+/* Nothing of what a handle was before shows in what it becomes */
+TEST(iopFile, aHandleServesOneFormAfterTheOther)
+{
+    for (int form : allForms) writeOne("a", form, form);
+    iopHd *first = nullptr;
+    for (int round = 0; round < 2; ++round) {
+        for (int before : allForms) {
+            for (int form : allForms) {
+                int value = 0;
+                iopCloseFile(iopOpenFile("a", before | IOP_READ));
+                iopHd *fh = iopOpenFile("a", form | IOP_READ);
+                if (!first) first = fh;
+                EXPECT_EQ(fh, first);
+                EXPECT_EQ(iopGetTokens(fh), 0);
+                iopGetIntF(fh, &value, 1);
+                EXPECT_EQ(value, form) << "after " << before;
+                iopCloseFile(fh);
+            }
+        }
+    }
 }
 
 TEST(iopFile, handleWithoutAStream)

@@ -12,7 +12,7 @@
 struct iopHdf : HdfTest {};
 
 /* HDF5 itself loses a few bytes over damaged files; asked by the leak sanitizer, if there is one. */
-extern "C" const char *__lsan_default_suppressions() { return "leak:libhdf5\n"; }
+extern "C" SYS_EXPORT const char *__lsan_default_suppressions() { return "leak:libhdf5\n"; }
 
 /* ---- calls of HDF5 that fail when told to ---- */
 
@@ -88,6 +88,43 @@ TEST_F(iopHdf, stream)
     EXPECT_STREQ(text, "duct");
     checkFails("data out of order: expected <time> found <nNodes> in hdf file <a> token <3> near <nNodes>",
                iopCheckStr(hd, "time"));
+    iopCloseFile(hd);
+}
+
+TEST_F(iopHdf, failuresNameTheOperation)
+{
+    Stream("all.C", "wall").table("v", 1, 2);
+    iopHd *all = openHdf("all.C"), *hd = iopOpenHdfFile(all, "wall", IOP_READ);
+    char text[SYS_TEXT];
+    int i[2] = { 0, 1 };
+    double r[2];
+    iopGetIntDsp(hd, 9);
+    iopGetIntDsp(hd, 9);
+    iopGetIntDsp(hd, 9);
+    checkFails("in Function <iopGetStrF>", iopGetStrF(hd, text));
+    checkFails("in Function <iopGetIntF>", iopGetIntF(hd, i, 2));
+    checkFails("in Function <iopGetRealF>", iopGetRealF(hd, r, 1));
+    checkFails("in Function <iopGetBinInts>", iopGetBinInts(hd, i, 1));
+    checkFails("in Function <iopSetLoc>", iopSetLoc(hd, 7));
+    for (const auto scatter : { iopGetRealsIndexed, iopAddRealsIndexed }) {
+        iopRewind(hd);
+        const char *function = scatter == iopGetRealsIndexed ? "iopGetRealsIndexed" : "iopAddRealsIndexed";
+        checkFails("in Function <" + std::string(function) + ">", scatter(hd, "v", 1, 2, i, r));
+    }
+    iopRewind(hd);
+    checkFails("in Function <iopReadSubReals>", iopReadSubReals(hd, "v", 1, 2, 0, 1, r));
+    checkFails("in Function <iopGetNHdfFiles>", iopGetNHdfFiles(hd));
+    checkFails("in Function <iopGetHdfFileName>", iopGetHdfFileName(all, text, 1));
+    checkFails("in Function <iopOpenHdfFile>", iopOpenHdfFile(all, "none", IOP_READ));
+    checkFails("in Function <iopOpenHdfFile>", iopOpenHdfFile(hd, "none", IOP_READ));
+    checkFails("in Function <iopOpenFile>", openHdf("none.H"));
+    iopCloseFile(hd);
+    iopCloseFile(all);
+    hd = openHdf("a.H", IOP_WRITE);
+    iopPutIntF(hd, i, 1, 1, 0);
+    iopRewind(hd);
+    checkFails("in Function <iopPutIntF>", iopPutIntF(hd, i, 1, 1, 0));
+    checkFails("in Function <iopPutBinInts>", iopPutBinInts(hd, i, 1));
     iopCloseFile(hd);
 }
 

@@ -100,6 +100,63 @@ TEST_F(iopHdfContainer, isRefused)
     iopCloseFile(plain);
 }
 
+/* A container is opened to read although writing was asked for too: then nothing can be written into it */
+TEST_F(iopHdfContainer, readWinsOverWrite)
+{
+    Stream("all.C", "wall").i({ 5 });
+    iopHd *all = openHdf("all.C", IOP_READ | IOP_WRITE);
+    iopHd *wall = iopOpenHdfFile(all, "wall", IOP_READ | IOP_WRITE | IOP_APPEND);
+    EXPECT_EQ(getInt(wall), 5);
+    checkFails("Unable to create data set for <1>; in hdf file <wall>", putInt(wall, 6));
+    iopCloseFile(wall);
+    checkFails("Unable to create file wall in container all.C", iopOpenHdfFile(all, "wall", IOP_WRITE));
+    checkFails("Unable to access file new in container all.C", iopOpenHdfFile(all, "new", IOP_WRITE | IOP_APPEND));
+    iopCloseFile(all);
+    all = openHdf("all.C");
+    wall = iopOpenHdfFile(all, "wall", IOP_READ);
+    EXPECT_EQ(getInt(wall), 5);
+    iopCloseFile(wall);
+    iopCloseFile(all);
+}
+
+TEST_F(iopHdfContainer, namesOfAllLengths)
+{
+    const std::string longest(SYS_NAME - 1, 'n'), cut = longest.substr(0, SYS_NAME - 3) + ".Z";
+    const std::string path = std::string(3000, 'd') + "/" + longest, tooLong = longest + "n";
+    char text[SYS_TEXT];
+    iopHd *all = openHdf("all.C", IOP_WRITE);
+    putMember(all, "a", 1);
+    putMember(all, path.c_str(), 2);
+    putMember(all, cut.c_str(), 3);                                         /* stored without its suffix */
+    iopCloseFile(all);
+    all = openHdf("all.C");
+    iopGetHdfFileName(all, text, 2);
+    EXPECT_EQ(text, longest);
+    iopGetHdfFileName(all, text, 1);
+    EXPECT_EQ(text, longest.substr(0, SYS_NAME - 3));
+    int value = 1;
+    for (const std::string &name : { std::string("x/a"), path, cut }) {
+        iopHd *hd = iopOpenHdfFile(all, name.c_str(), IOP_READ | IOP_DELETE);
+        EXPECT_EQ(getInt(hd), value++);
+        iopCloseFile(hd);                                                   /* and it is not removed */
+        checkFails("file <", iopCloseFile(hd));
+    }
+    EXPECT_EQ(iopGetNHdfFiles(all), 3);
+    checkFails("fileName is too long <" + tooLong + ">", iopOpenHdfFile(all, tooLong.c_str(), IOP_READ));
+    iopCloseFile(all);
+}
+
+/* The options of an open count for a file of a container too */
+TEST_F(iopHdfContainer, longWait)
+{
+    waits = 60;
+    Stream("all.C", "wall").i({ 5 });
+    iopHd *all = openHdf("all.C"), *wall = iopOpenHdfFile(all, "wall", IOP_READ | IOP_LONG_WAIT);
+    checkFails("EOF in hdf file <wall>", iopNeed(wall, INT_MAX, 'r'));
+    iopCloseFile(wall);
+    iopCloseFile(all);
+}
+
 TEST_F(iopHdfContainer, needsItsGroups)
 {
     {
@@ -270,6 +327,8 @@ TEST_F(iopHdfWrite, appendingToAPlainFileWritesItAnew)
     checkFails("Unable to open data set for <1>; ", getInt(hd));
     iopCloseFile(hd);
     EXPECT_EQ(iopCheckFile("a", IOP_HDF), 1);
+    iopCloseFile(openHdf("a.C", IOP_WRITE | IOP_DELETE));
+    EXPECT_EQ(iopCheckFile("a", IOP_HDF_CONTAINER), 1);
 }
 
 /* The extents of the data sets are those that were given, in their order. */
@@ -497,6 +556,15 @@ TEST_F(iopHdfCalls, whenReading)
     iopRewind(hd);
     checkCall("H5Dget_space", 3, "Unable to get data space for <3>; in hdf file <a> token <3> near <key>",
               iopAddRealsIndexed(hd, "key", 2, 3, idx, r));
+    iopRewind(hd);
+    checkCall("H5Dget_space", 3, "Unable for get data space for <3>; in hdf file <a> token <3> near <key>",
+              iopGetRealsIndexed(hd, "key", 2, 3, idx, r));
+    for (const char *text : { "Unable to clear a memory space for <3>; ", "Unable to set hyperslab <3>; " }) {
+        iopRewind(hd);
+        checkCall(strstr(text, "memory") ? "H5Screate_simple" : "H5Sselect_hyperslab", 0,
+                  text + std::string("in hdf file <a> token <3> near <key>"),
+                  iopReadSubReals(hd, "key", 2, 3, 1, 2, r));
+    }
     iopCloseFile(hd);
 }
 

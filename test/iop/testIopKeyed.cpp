@@ -3,10 +3,10 @@
 #include <climits>
 
 #include "iop/iopInt.h"
+#include "test/iop/hdfStream.h"
 #include "test/iop/tokenBytes.h"
 
-typedef std::vector<int>    Ints;
-typedef std::vector<double> Reals;
+struct iopKeyedHdf : HdfTest {};
 
 /* The end of a message that a form's file carries. */
 static std::string info(const TokenForm &form, int token, const char *near)
@@ -146,9 +146,28 @@ TEST(iopKeyed, skippedTables)
     }
 }
 
-TEST(iopKeyed, partsOfTables)
+/* Of tables "a" of integers and "b" of reals, 2 columns and 5 rows each, k and k + 0.5 being the values. */
+static void checkParts(iopHd *fh)
 {
     static const struct { int first, last; } rows[] = { { 0, 1 }, { 0, 5 }, { 1, 3 }, { 4, 5 }, { 2, 5 } };
+    for (const auto &row : rows) {
+        const int n = 2 * (row.last - row.first);
+        Ints ints(11, -1), wantedInts(11, -1);
+        Reals reals(11, -1), wantedReals(11, -1);
+        for (int i = 0; i < n; ++i) wantedReals[i] = 0.5 + (wantedInts[i] = 2 * row.first + i);
+        iopRewind(fh);
+        iopReadSubInts(fh, "a", 2, 5, row.first, row.last, ints.data());
+        iopReadSubReals(fh, "b", 2, 5, row.first, row.last, reals.data());
+        iopCheckStr(fh, "end");
+        EXPECT_EQ(ints, wantedInts);
+        EXPECT_EQ(reals, wantedReals);
+        EXPECT_EQ(iopGetTokens(fh), 2 * (3 + 10) + 1);
+    }
+    iopCloseFile(fh);
+}
+
+TEST(iopKeyed, partsOfTables)
+{
     forEachForm(form) {
         TokenBytes all(form);
         all.table("a", 2, 5);
@@ -156,23 +175,55 @@ TEST(iopKeyed, partsOfTables)
         all.table("b", 2, 5);
         for (int i = 0; i < 10; ++i) all.r(i + 0.5);
         all.s("end").write();
-        for (const auto &row : rows) {
-            iopHd *fh = openTokens(form);
-            const int n = 2 * (row.last - row.first);
-            Ints ints(11, -1), wantedInts(11, -1);
-            Reals reals(11, -1), wantedReals(11, -1);
-            for (int i = 0; i < n; ++i) wantedReals[i] = 0.5 + (wantedInts[i] = 2 * row.first + i);
-            iopReadSubInts(fh, "a", 2, 5, row.first, row.last, ints.data());
-            iopReadSubReals(fh, "b", 2, 5, row.first, row.last, reals.data());
-            iopCheckStr(fh, "end");
-            EXPECT_EQ(ints, wantedInts);
-            EXPECT_EQ(reals, wantedReals);
-            iopCloseFile(fh);
+        checkParts(openTokens(form));
+    }
+}
+
+/* Whatever the extents and types are, and packed or not */
+TEST_F(iopKeyedHdf, partsOfTables)
+{
+    static const Dims all[] = { { 5, 2 }, { 10 }, { 10, 1 }, { 5, 1, 2 }, { 2, 5 }, { 1, 10 } };
+    Ints  ints;
+    Reals reals;
+    for (int i = 0; i < 10; ++i) ints.push_back(i), reals.push_back(i + 0.5);
+    for (const Dims &dims : all) {
+        for (hid_t type : { H5T_NATIVE_INT, H5T_STD_I64BE, H5T_STD_U32LE, H5T_STD_I8LE }) {
+            for (int packed : { 0, 1 }) {
+                const hid_t how = packed ? H5Pcreate(H5P_DATASET_CREATE) : 0;
+                const Dims  chunk(dims.size(), 1);
+                if (packed) H5Pset_chunk(how, (int) chunk.size(), chunk.data());
+                if (packed) H5Pset_deflate(how, 1);
+                Stream("a.H").table("a", 2, 5).put(dims, type, H5T_NATIVE_INT, ints.data(), how)
+                    .table("b", 2, 5).r(reals, dims, H5T_IEEE_F64BE, how).s("end");
+                if (packed) H5Pclose(how);
+                checkParts(openHdf("a.H"));
+            }
         }
     }
 }
 
-TEST(iopKeyed, inappropriateParts)
+/* A part is as little to be trusted as the whole */
+TEST_F(iopKeyedHdf, partsThatCannotBeRead)
+{
+    const unsigned big[] = { 1, 2, 3, 4, INT_MAX + 1u, 6 };
+    int v[4];
+    Stream("a.H").table("a", 2, 3).put({ 3, 2 }, H5T_STD_U32LE, H5T_NATIVE_UINT, big)
+        .table("b", 2, 3).i({ 1, 2, 3, 4 }, { 2, 2 }).table("c", 2, 3).r({ 1, 2, 3, 4, 5, 6 }, { 3, 2 });
+    iopHd *fh = openHdf("a.H");
+    checkReturns(iopReadSubInts(fh, "a", 2, 3, 0, 2, v));
+    EXPECT_EQ(v[3], 4);
+    iopRewind(fh);
+    checkFails("value out of range in data set <3>; in hdf file <a> token <3> near <a>",
+               iopReadSubInts(fh, "a", 2, 3, 1, 3, v));
+    checkFails("Inconsistent size <4> vs. <6> for <7>; in hdf file <a> token <6> near <b>",
+               iopReadSubInts(fh, "b", 2, 3, 0, 1, v));
+    checkFails("Inconsistent data <1> vs. <0> for <11>; in hdf file <a> token <9> near <c>",
+               iopReadSubInts(fh, "c", 2, 3, 0, 1, v));
+    iopCloseFile(fh);
+}
+
+/* Of a table "a" of 2 columns and 5 rows. */
+static void refuseParts(iopHd *fh)
 {
     static const struct { int first, last; const char *text; } rows[] = {
         { 2, 2,       "Inappropriate sub index range <2>-<2> for dim2 <5>"          },
@@ -181,19 +232,31 @@ TEST(iopKeyed, inappropriateParts)
         { 4, 6,       "Inappropriate sub index range <4>-<6> for dim2 <5>"          },
         { 0, INT_MAX, "Inappropriate sub index range <0>-<2147483647> for dim2 <5>" },
     };
+    for (const auto &row : rows) {
+        iopRewind(fh);
+        checkFails(row.text, iopReadSubInts(fh, "a", 2, 5, row.first, row.last, nullptr));
+        iopRewind(fh);
+        checkFails(row.text, iopReadSubReals(fh, "a", 2, 5, row.first, row.last, nullptr));
+    }
+    iopRewind(fh);
+    checkFails("data out of order: expected <3> found <2> ", iopReadSubReals(fh, "a", 3, 5, 0, 1, nullptr));
+    iopRewind(fh);
+    checkFails("data out of order: expected <6> found <5> ", iopReadSubInts(fh, "a", 2, 6, 0, 1, nullptr));
+    iopCloseFile(fh);
+}
+
+TEST(iopKeyed, inappropriateParts)
+{
     forEachForm(form) {
         TokenBytes(form).table("a", 2, 5).write();
-        iopHd *fh = openTokens(form);
-        for (const auto &row : rows) {
-            iopRewind(fh);
-            checkFails(row.text, iopReadSubInts(fh, "a", 2, 5, row.first, row.last, nullptr));
-            iopRewind(fh);
-            checkFails(row.text, iopReadSubReals(fh, "a", 2, 5, row.first, row.last, nullptr));
-        }
-        iopRewind(fh);
-        checkFails("data out of order: expected <3> found <2> ", iopReadSubReals(fh, "a", 3, 5, 0, 1, nullptr));
-        iopCloseFile(fh);
+        refuseParts(openTokens(form));
     }
+}
+
+TEST_F(iopKeyedHdf, inappropriateParts)
+{
+    Stream("a.H").table("a", 2, 5);
+    refuseParts(openHdf("a.H"));
 }
 
 /* ---- scattered rows ---- */
@@ -352,81 +415,130 @@ TEST(iopKeyed, absurdCounts)
     }
 }
 
+struct AbsurdTable { int nCols, nRows; const char *text; };
+
+static const AbsurdTable absurdTables[] = {
+    { -1, 5,               "invalid table of <-1> x <5> values; in "          },
+    { 5, -1,               "invalid table of <5> x <-1> values; in "          },
+    { -1, -1,              "invalid table of <-1> x <-1> values; in "         },
+    { INT_MIN, INT_MIN,    "invalid table of <-2147483648> x <-2147483648> values; in " },
+    { INT_MAX, INT_MAX,    "EOF in " },
+    { 65536, 65536,        "EOF in " },             /* 0 in 32 bits */
+    { 3, 1431655766,       "EOF in " },             /* 2 in 32 bits */
+    { INT_MAX, 1,          "EOF in " },
+};
+
+static void refuseSkips(iopHd *fh, const char *text)
+{
+    checkFails(text, iopSkipInts(fh, "v"));
+    iopRewind(fh);
+    checkFails(text, iopSkipReals(fh, "v"));
+    iopRewind(fh);
+    checkFails(text, iopSkipRealsIf(fh, "v"));
+    iopCloseFile(fh);
+}
+
 TEST(iopKeyed, absurdTablesInAFile)
 {
-    static const struct { int nCols, nRows; const char *text; } rows[] = {
-        { -1, 5,               "invalid table of <-1> x <5> values; in "          },
-        { 5, -1,               "invalid table of <5> x <-1> values; in "          },
-        { -1, -1,              "invalid table of <-1> x <-1> values; in "         },
-        { INT_MIN, INT_MIN,    "invalid table of <-2147483648> x <-2147483648> values; in " },
-        { INT_MAX, INT_MAX,    "EOF in " },
-        { 65536, 65536,        "EOF in " },             /* 0 in 32 bits */
-        { 3, 1431655766,       "EOF in " },             /* 2 in 32 bits */
-        { INT_MAX, 1,          "EOF in " },
-        { 4, 1,                "EOF in " },
-    };
     forEachForm(form) {
-        for (const auto &row : rows) {
+        for (const AbsurdTable &row : absurdTables) {
             TokenBytes(form).table("v", row.nCols, row.nRows).i(1).i(2).write();
-            iopHd *fh = openTokens(form);
-            checkFails(row.text, iopSkipInts(fh, "v"));
-            iopRewind(fh);
-            checkFails(row.text, iopSkipReals(fh, "v"));
-            iopRewind(fh);
-            checkFails(row.text, iopSkipRealsIf(fh, "v"));
-            iopCloseFile(fh);
+            refuseSkips(openTokens(form), row.text);
         }
+        TokenBytes(form).table("v", 4, 1).i(1).i(2).write();
+        refuseSkips(openTokens(form), "EOF in ");
     }
+}
+
+TEST_F(iopKeyedHdf, absurdTablesInAFile)
+{
+    waits = 4 * 3 * 2;
+    for (const AbsurdTable &row : absurdTables) {
+        Stream("a.H").table("v", row.nCols, row.nRows).i({ 1, 2 }, { 2 });
+        refuseSkips(openHdf("a.H"), row.text);
+    }
+}
+
+/* The reads of a table "v" that caller and file agree on. */
+static void refuseTable(iopHd *fh, int n1, int n2, const std::string &text)
+{
+    static int ints[4];
+    static double reals[4];
+    const int idx[] = { 1, 0 };
+    checkFails(text, iopGetKeyInts(fh, "v", n1, n2, ints));
+    iopRewind(fh);
+    checkFails(text, iopGetKeyReals(fh, "v", n1, n2, reals));
+    iopRewind(fh);
+    checkFails(text, iopGetOptKeyInts(fh, "v", n1, n2, ints));
+    iopRewind(fh);
+    checkFails(text, iopGetRealsIndexed(fh, "v", n1, n2, idx, reals));
+    iopRewind(fh);
+    checkFails(text, iopAddRealsIndexed(fh, "v", n1, n2, idx, reals));
+    iopCloseFile(fh);
+}
+
+static const struct { int n1, n2; } tooBig[] = {
+    { -1, 5 }, { 5, -1 }, { -1, -1 }, { INT_MAX, INT_MAX }, { 65536, 65536 }, { 3, 1431655766 }, { INT_MIN, 2 },
+};
+
+static std::string invalidTable(int n1, int n2)
+{
+    return "invalid table of <" + std::to_string(n1) + "> x <" + std::to_string(n2) + "> values; ";
 }
 
 TEST(iopKeyed, absurdTablesThatCallerAndFileAgreeOn)
 {
-    static const struct { int n1, n2; } rows[] = {
-        { -1, 5 }, { 5, -1 }, { -1, -1 }, { INT_MAX, INT_MAX }, { 65536, 65536 }, { 3, 1431655766 }, { INT_MIN, 2 },
-    };
     forEachForm(form) {
-        for (const auto &row : rows) {
+        for (const auto &row : tooBig) {
             TokenBytes(form).table("v", row.n1, row.n2).i(1).i(2).write();
-            const std::string text = "invalid table of <" + std::to_string(row.n1) + "> x <" + std::to_string(row.n2) +
-                                     "> values; " + info(form, 3, "v");
-            static int ints[4];
-            static double reals[4];
-            const int idx[] = { 1, 0 };
-            iopHd *fh = openTokens(form);
-            checkFails(text, iopGetKeyInts(fh, "v", row.n1, row.n2, ints));
-            iopRewind(fh);
-            checkFails(text, iopGetKeyReals(fh, "v", row.n1, row.n2, reals));
-            iopRewind(fh);
-            checkFails(text, iopGetOptKeyInts(fh, "v", row.n1, row.n2, ints));
-            iopRewind(fh);
-            checkFails(text, iopGetRealsIndexed(fh, "v", row.n1, row.n2, idx, reals));
-            iopRewind(fh);
-            checkFails(text, iopAddRealsIndexed(fh, "v", row.n1, row.n2, idx, reals));
-            iopCloseFile(fh);
+            refuseTable(openTokens(form), row.n1, row.n2, invalidTable(row.n1, row.n2) + info(form, 3, "v"));
         }
     }
 }
 
+TEST_F(iopKeyedHdf, absurdTablesThatCallerAndFileAgreeOn)
+{
+    for (const auto &row : tooBig) {
+        Stream("a.H").table("v", row.n1, row.n2).i({ 1, 2 }, { 2 });
+        refuseTable(openHdf("a.H"), row.n1, row.n2,
+                    invalidTable(row.n1, row.n2) + "in hdf file <a> token <3> near <v>");
+    }
+}
+
+static const struct { int n1, n2, first, last; const char *text; } absurdParts[] = {
+    { -1, 5, 0, 2,                         "invalid table of <-1> x <2> values; in "          },
+    { 5, -1, 0, 2,                         "Inappropriate sub index range <0>-<2> for dim2 <-1>" },
+    { INT_MAX, INT_MAX, 0, INT_MAX,        "invalid table of <2147483647> x <2147483647> values; in " },
+    { INT_MAX, INT_MAX, INT_MAX - 1, INT_MAX, "EOF in "                                       },
+    { 1, INT_MAX, 0, 1,                    "EOF in "                                          },
+    { 65536, 65536, 65535, 65536,          "EOF in "                                          },
+};
+
+static void refusePart(iopHd *fh, int n1, int n2, int first, int last, const char *text)
+{
+    static int ints[4];
+    static double reals[4];
+    checkFails(text, iopReadSubInts(fh, "v", n1, n2, first, last, ints));
+    iopRewind(fh);
+    checkFails(text, iopReadSubReals(fh, "v", n1, n2, first, last, reals));
+    iopCloseFile(fh);
+}
+
 TEST(iopKeyed, absurdPartsOfTables)
 {
-    static const struct { int n1, n2, first, last; const char *text; } rows[] = {
-        { -1, 5, 0, 2,                         "invalid table of <-1> x <2> values; in "          },
-        { 5, -1, 0, 2,                         "Inappropriate sub index range <0>-<2> for dim2 <-1>" },
-        { INT_MAX, INT_MAX, 0, INT_MAX,        "invalid table of <2147483647> x <2147483647> values; in " },
-        { INT_MAX, INT_MAX, INT_MAX - 1, INT_MAX, "EOF in "                                       },
-        { 1, INT_MAX, 0, 1,                    "EOF in "                                          },
-        { 65536, 65536, 65535, 65536,          "EOF in "                                          },
-    };
     forEachForm(form) {
-        for (const auto &row : rows) {
+        for (const auto &row : absurdParts) {
             TokenBytes(form).table("v", row.n1, row.n2).i(1).i(2).write();
-            static int ints[4];
-            static double reals[4];
-            iopHd *fh = openTokens(form);
-            checkFails(row.text, iopReadSubInts(fh, "v", row.n1, row.n2, row.first, row.last, ints));
-            iopRewind(fh);
-            checkFails(row.text, iopReadSubReals(fh, "v", row.n1, row.n2, row.first, row.last, reals));
-            iopCloseFile(fh);
+            refusePart(openTokens(form), row.n1, row.n2, row.first, row.last, row.text);
         }
+    }
+}
+
+TEST_F(iopKeyedHdf, absurdPartsOfTables)
+{
+    waits = 3 * 2 * 2;
+    for (const auto &row : absurdParts) {
+        Stream("a.H").table("v", row.n1, row.n2).i({ 1, 2 }, { 2 });
+        refusePart(openHdf("a.H"), row.n1, row.n2, row.first, row.last, row.text);
     }
 }

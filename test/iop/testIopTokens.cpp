@@ -485,6 +485,52 @@ TEST(iopTokens, writtenFilesAreNotRead)
     }
 }
 
+/* Whoever reads the message looks for what the program called, in any form */
+TEST(iopTokens, failuresNameTheOperation)
+{
+    static char text[SYS_TEXT];
+    static int ints[2];
+    static double reals[2];
+    static float floats[2];
+    static iopHd *fh;
+    static const struct { const char *function; void (*call)(); } rows[] = {
+        { "iopGetStrF",         [] { iopGetStrF(fh, text); }                                },
+        { "iopGetIntF",         [] { iopGetIntF(fh, ints, 2); }                             },
+        { "iopGetRealF",        [] { iopGetRealF(fh, reals, 2); }                           },
+        { "iopGetFloatF",       [] { iopGetFloatF(fh, floats, 2); }                         },
+        { "iopGetIntF",         [] { iopGetIntF(fh, ints, -1); }                            },
+        { "iopGetRealDsp",      [] { iopGetRealDsp(fh, -1); }                               },
+        { "iopGetBinInts",      [] { iopGetBinInts(fh, ints, 2); }                          },
+        { "iopGetBinReals",     [] { iopGetBinReals(fh, reals, 2); }                        },
+        { "iopNeed",            [] { iopNeed(fh, 1000000000, 'r'); }                        },
+        { "iopPutIntF",         [] { iopPutIntF(fh, ints, 1, 1, 0); }                       },
+        { "iopPutBinInts",      [] { iopPutBinInts(fh, ints, 1); }                          },
+        { "iopPrintLine",       [] { iopPrintLine(fh, "x"); }                               },
+        { "iopSetLoc",          [] { iopSetLoc(fh, -1); }                                   },
+        { "iopCheckInt",        [] { iopRewind(fh); iopCheckStr(fh, "v"); iopCheckInt(fh, 9); } },
+        { "iopCheckStr",        [] { iopRewind(fh); iopGetKeyInt(fh, "w", ints); }          },
+        { "iopReadSubInts",     [] { iopRewind(fh); iopReadSubInts(fh, "v", 1, 2, 1, 1, ints); } },
+        { "iopReadSubReals",    [] { iopRewind(fh); iopReadSubReals(fh, "v", 1, 2, 1, 1, reals); } },
+        { "iopGetRealsIndexed", [] { iopRewind(fh); iopGetRealsIndexed(fh, "v", 1, 2, ints, reals); } },
+        { "iopAddRealsIndexed", [] { iopRewind(fh); iopAddRealsIndexed(fh, "v", 1, 2, ints, reals); } },
+    };
+    forEachForm(form) {
+        TokenBytes(form).table("v", 1, 2).write();
+        fh = openTokens(form);
+        for (const auto &row : rows) {
+            iopRewind(fh);
+            iopCheckStr(fh, "v");
+            iopGetIntDsp(fh, 2);                                        /* to the end */
+            checkFails(std::string("in Function <") + row.function + ">", row.call());
+        }
+        iopCloseFile(fh);
+    }
+    checkFails("in Function <iopNew>", iopNew("f", IOP_READ));
+    checkFails("in Function <iopNew>", iopOpenFile("f", IOP_READ));
+    checkFails("in Function <iopCheckFile>", iopCheckFile("f", 0));
+    checkFails("in Function <iopOpenFile>", iopOpenFile("f", IOP_REC | IOP_ASCII));
+}
+
 /* ---- what the rest of a file can hold ---- */
 
 TEST(iopTokens, needIsExact)

@@ -89,7 +89,8 @@ static inline void addLattice(Mesh *mesh, int type, int n, double from = 0)
         for (int j = 0; j < n; ++j)
             for (int k = 0; k < n; ++k) {
                 Ints h;
-                for (const auto &c : corners) h.push_back(mesh->nodeAt({ from + i + c[0], j + c[1] + 0., k + c[2] + 0. }));
+                for (const auto &c : corners)
+                    h.push_back(mesh->nodeAt({ from + i + c[0], 1. * j + c[1], 1. * k + c[2] }));
                 mesh->addCube(type, h);
             }
 }
@@ -142,7 +143,12 @@ struct GradRun {
     }
 
     int nNodes() const { return (int) crd.size(); }
-    int nodeId(int node) const { return scattered ? 1000 + (node * 7) % 10007 * 3 : 1 + node; }
+    int nodeId(int node) const
+    {
+        if (node == twin) node = 0;
+        return scattered ? 1000 + (node * 7) % 10007 * 3 : 1 + node;
+    }
+    int twin = -1;                                    /* a node that has the user id of node 0 */
     int dim(int var) const { return var == 0 ? 3 : var == 3 ? nSpecs : 1; }
     std::string suffix() const { return tool::formSuffix(form); }
 
@@ -170,7 +176,10 @@ struct GradRun {
     {
         Ints  ids;
         Reals xyz;
-        for (int i = 0; i < nNodes(); ++i) ids.push_back(nodeId(i)), xyz.insert(xyz.end(), crd[i].begin(), crd[i].end());
+        for (int i = 0; i < nNodes(); ++i) {
+            ids.push_back(nodeId(i));
+            xyz.insert(xyz.end(), crd[i].begin(), crd[i].end());
+        }
         {
             tool::TokenFile f("p.1.crd", form);
             putHead(f, 2, nNodes(), 4);
@@ -206,13 +215,14 @@ struct GradRun {
                    std::to_string(nenOf(vol));
         };
         for (size_t v = 0; v < vols.size(); ++v)
-            text += "#@ VOL p.1.vol" + std::to_string(v) + suffix() + " \"v" + std::to_string(v) + "\"" + shape(vols[v]) +
-                    "\n";
+            text += "#@ VOL p.1.vol" + std::to_string(v) + suffix() + " \"v" + std::to_string(v) + "\"" +
+                    shape(vols[v]) + "\n";
         for (size_t e = 0; e < elms.size(); ++e) {
             const GradElm &elm = elms[e];
             snprintf(number, sizeof number, " thick %.17g tol %.17g\n", elm.thick, elm.tol);
-            text += "#@ CNN p.1.cnn" + std::to_string(e) + " \"e" + std::to_string(e) + "\"" + shape(vols[elm.vols[0]]) +
-                    " quad " + std::to_string(elm.quad) + " med " + std::to_string(elm.medium) + " rff 0" + number +
+            text += "#@ CNN p.1.cnn" + std::to_string(e) + " \"e" + std::to_string(e) + "\"" +
+                    shape(vols[elm.vols[0]]) + " quad " + std::to_string(elm.quad) + " med " +
+                    std::to_string(elm.medium) + " rff 0" + number +
                     "#@ CNN.VOL \"e" + std::to_string(e) + "\" " + std::to_string(elm.vols.size());
             for (int v : elm.vols) text += " \"v" + std::to_string(v) + "\"";
             text += "\n";

@@ -10,7 +10,7 @@
 
 #include "tpl/fTpl3.h"
 
-/* ------------------------------------------------------------------------------------------------------- reference */
+/* -------------------------------------------------------------------------------------------------------- reference */
 
 struct Point { double shg[10][3], detW; };
 
@@ -54,7 +54,8 @@ static Point pointOf(const GradRun &run, const GradElm &elm, const Ints &nodes, 
         for (int k = 0; k < 3; ++k) inverse[k][i] = c[i][k] * (1 / det);
     for (int a = 0; a < nen; ++a)
         for (int i = 0; i < 3; ++i)
-            p.shg[a][i] = shgl[3 * a] * inverse[0][i] + shgl[3 * a + 1] * inverse[1][i] + shgl[3 * a + 2] * inverse[2][i];
+            p.shg[a][i] = shgl[3 * a] * inverse[0][i] + shgl[3 * a + 1] * inverse[1][i] +
+                          shgl[3 * a + 2] * inverse[2][i];
     return p;
 }
 
@@ -120,6 +121,22 @@ static void checkNear(const Reals &got, const Reals &expected, double tolerance)
     for (size_t i = 0; i < got.size(); ++i) ASSERT_NEAR(got[i], expected[i], tolerance) << "value " << i;
 }
 
+/* Asks for the gradient of a variable, into memory of the right size: 1 or 0 */
+static int request(OpenRun *open, const GradRun &run, int var = 0)
+{
+    static Reals to;                                  /* a failure may jump out */
+    const int    width = 3 * run.dim(var);
+    to.assign((size_t) run.nNodes() * width, -77);
+    return rdbGetReals2(open->hd, "outGradValues", to.data(), var, 0, width, run.nNodes());
+}
+
+static int requestAux(OpenRun *open, const GradRun &run, int aux)
+{
+    static Reals to;
+    to.assign((size_t) run.nNodes() * 3, -77);
+    return rdbGetReals2(open->hd, "outAuxValues", to.data(), aux, 0, 3, run.nNodes());
+}
+
 /* All variables of the run, against the reference */
 static void checkRun(const GradRun &run)
 {
@@ -130,7 +147,7 @@ static void checkRun(const GradRun &run)
     }
 }
 
-/* Four kinds side by side, in three sets that take the volumes in an order of their own, with media, rules, a volume
+/* Six kinds side by side, in three sets that take the volumes in an order of their own, with media, rules, a volume
    that is in two sets and elements of more than one block */
 static GradRun mixedRun()
 {
@@ -175,10 +192,8 @@ TEST(grad, everyKindWithEveryRule)
             const GradRun run(kind.type, 2, quad);
             const Reals   expected = reference(run, 0);
             OpenRun       open(run);
-            Reals         to(expected.size());
             if (expected.empty()) {
-                to.resize((size_t) run.nNodes() * 9);
-                checkFails("det-jacobian = 0", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+                checkFails("det-jacobian = 0", request(&open, run));
             } else {
                 checkBits(open.gradient(0, 3), expected);
                 checkBits(open.gradient(2, 1), reference(run, 2));
@@ -285,7 +300,7 @@ TEST(grad, emptyVolumes)
     checkRun(run);
 }
 
-/* ---------------------------------------------------------------------------------- shells, flat and tangled elements */
+/* -------------------------------------------------------------------------------- shells, flat and tangled elements */
 
 TEST(grad, shells)
 {
@@ -303,6 +318,24 @@ TEST(grad, shells)
         }
 }
 
+/* Triangles and quadrilaterals have points, but no shape functions: no set can be made of them, also not a shell */
+TEST(grad, surfacesAreNoElements)
+{
+    for (int type : { 1, 2 }) {
+        GradRun run(HEX, 1);
+        run.elms[0].medium = 4;
+        run.vols[0].type = type;
+        run.vols[0].nenTold = type + 2;
+        run.vols[0].elems[0].resize(type + 2);
+        run.write();
+        rdbHd *hd = rdbNew("p", ".", nullptr, 0);
+        checkFails("toloplogy not recognized <" + std::to_string(type) + ">", rdbOpenRun(hd, 1));
+        Reals to((size_t) run.nNodes() * 9);
+        checkRefused("run not opened", rdbGetReals2(hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+        rdbFree(hd);
+    }
+}
+
 static void flatten(GradRun *run)
 {
     for (int node : run->vols[0].elems[0]) run->crd[node][2] = 0;
@@ -316,8 +349,7 @@ TEST(grad, flatShells)
     checkRun(run);                                    /* a surface has no height */
     for (int node : run.vols[0].elems[0]) run.crd[node][1] = 0;
     OpenRun open(run);
-    Reals   to((size_t) run.nNodes() * 9);
-    checkFails("det-jacobian < 0", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+    checkFails("det-jacobian < 0", request(&open, run));
 }
 
 /* A flat element has no gradient, unless a tolerance untangles it */
@@ -330,10 +362,16 @@ TEST(grad, flatElements)
         {
             OpenRun open(run);
             Reals   to((size_t) run.nNodes() * 9);
-            checkFails("det-jacobian = 0", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+            checkFails("det-jacobian = 0", request(&open, run));
             /* nothing is left of the failure: the next request is answered, and fails alike */
             checkAnswers(rdbGetReals2(open.hd, "outValues", to.data(), 0, 0, 3, run.nNodes()));
-            checkFails("det-jacobian = 0", rdbGetReals2(open.hd, "outGradValues", to.data(), 1, 0, 3, run.nNodes()));
+            checkFails("det-jacobian = 0", request(&open, run, 1));
+            /* work arrays that a failure left behind go with the next request */
+            EXPECT_NE(open.hd->run->grad.weight, nullptr);
+            checkAnswers(requestAux(&open, run, 2));
+            const rdbGrad &work = open.hd->run->grad;
+            for (const double *array : { work.crd, work.values, work.grad, work.weight, work.detW, work.points,
+                                         work.elemValues, work.row }) EXPECT_EQ(array, nullptr);
         }
         run.elms[0].tol = 1e-8;
         OpenRun     open(run);
@@ -365,11 +403,10 @@ TEST(grad, rulesWithPointsOfNoWeight)
 {
     GradRun run(HEX, 1, 0x101);
     OpenRun open(run);
-    Reals   to((size_t) run.nNodes() * 9);
-    checkFails("det-jacobian = 0", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+    checkFails("det-jacobian = 0", request(&open, run));
 }
 
-/* ---------------------------------------------------------------------------------------------------- damaged meshes */
+/* --------------------------------------------------------------------------------------------------- damaged meshes */
 
 TEST(grad, unknownNodes)
 {
@@ -385,27 +422,34 @@ TEST(grad, unknownNodes)
             int *cnn;
             checkAnswers(rdbGetVolCnn(open.hd, 1, &cnn));
             cnn[9] = id;
-            Reals to((size_t) run.nNodes() * 9);
             checkRefused("Invalid element definition <1> <9>",
-                         rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+                         request(&open, run));
             checkRefused("Invalid element definition <1> <9>",
-                         rdbGetReals2(open.hd, "outAuxValues", to.data(), 0, 0, 1, run.nNodes()));
+                         requestAux(&open, run, 0));
             cnn[9] = run.nodeId(run.vols[1].elems[2][1]);
             checkBits(open.gradient(0, 3), reference(run, 0));
         }
+}
+
+/* User ids that are no ids: whatever was begun is not taken for done the next time */
+TEST(grad, nodesOfTheSameId)
+{
+    GradRun run(HEX, 2);
+    run.twin = 5;
+    OpenRun open(run);
+    for (int i = 0; i < 3; ++i) checkFails("Duplicate key <1000>", request(&open, run));
 }
 
 TEST(grad, unknownVolumes)
 {
     const GradRun run(HEX, 1);
     OpenRun       open(run);
-    Reals         to((size_t) run.nNodes() * 9);
     int          *volIds = ((rdbElmSet *) open.hd->run->elm.rec[0])->volIds;
     for (int id : { 1, -1, 77 }) {
         volIds[0] = id;
         const std::string text = "Invalid volId <" + std::to_string(id) + ">; range should be [0,0]";
-        checkRefused(text.c_str(), rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
-        checkRefused(text.c_str(), rdbGetReals2(open.hd, "outAuxValues", to.data(), 0, 0, 1, run.nNodes()));
+        checkRefused(text.c_str(), request(&open, run));
+        checkRefused(text.c_str(), requestAux(&open, run, 0));
     }
 }
 
@@ -418,25 +462,38 @@ TEST(grad, elementsOfAnotherWidth)
         run.vols[0].nenTold = nen;
         run.vols[0].elems[0].resize(nen, 0);
         OpenRun           open(run);
-        Reals             to((size_t) run.nNodes() * 9);
         const std::string text = "Inconsistent nElemNodes <" + std::to_string(nen) + "> vs <8>";
-        checkFails(text, rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
-        checkFails(text, rdbGetReals2(open.hd, "outAuxValues", to.data(), 0, 0, 1, run.nNodes()));
+        checkRefused(text.c_str(), request(&open, run));
+        checkRefused(text.c_str(), requestAux(&open, run, 0));
     }
+}
+
+/* There is room for so many points only: more than any rule has */
+TEST(grad, rulesOfTooManyPoints)
+{
+    const GradRun run(HEX, 1);
+    OpenRun       open(run);
+    rdbVolSet    *vol = (rdbVolSet *) open.hd->run->vol.rec[0];
+    tplRec       *tpl = vol->tpl, large = *tpl;
+    large.nQuad = 1000;
+    vol->tpl = &large;
+    checkRefused("topology <6> has too many nodes <8> or points <1000>",
+                 request(&open, run));
+    vol->tpl = tpl;
+    checkBits(open.gradient(0, 3), reference(run, 0));
 }
 
 TEST(grad, meshWithoutFiles)
 {
     const GradRun run(HEX, 1);
-    Reals         to((size_t) run.nNodes() * 9);
     OpenRun       open(run);
     remove("p.1.vol0.B");
-    EXPECT_NE(trapped([&] { rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()); }), "");
+    EXPECT_NE(trapped([&] { request(&open, run); }), "");
     run.writeMesh();
     checkBits(open.gradient(0, 3), reference(run, 0));
 }
 
-/* ------------------------------------------------------------------------------------------------ the auxiliary list */
+/* ----------------------------------------------------------------------------------------------- the auxiliary list */
 
 TEST(grad, listWithVelocity)
 {
@@ -456,9 +513,8 @@ TEST(grad, listWithVelocity)
         EXPECT_STREQ(name, rows[i].name);
         EXPECT_EQ(dim, rows[i].dim);
     }
-    Reals to(run.nNodes());
     checkRefused("index1 (4) is out of range [0,3]",
-                 rdbGetReals2(open.hd, "outAuxValues", to.data(), 4, 0, 1, run.nNodes()));
+                 requestAux(&open, run, 4));
 }
 
 TEST(grad, listWithoutVelocity)
@@ -543,8 +599,7 @@ TEST(grad, volumesOfOtherElements)
     for (int type : { TET10, BUBBLE }) {
         const GradRun run(type, 1);
         OpenRun       open(run);
-        Reals         to((size_t) run.nNodes());
-        checkFails("invalid elmType", rdbGetReals2(open.hd, "outAuxValues", to.data(), 0, 0, 1, run.nNodes()));
+        checkFails("invalid elmType", requestAux(&open, run, 0));
         checkBits(open.gradient(0, 3), reference(run, 0));
     }
 }

@@ -316,13 +316,13 @@ TEST(surfaces, aNodeFileThatCannotHoldItsNodesIsRefused)
 
 /* -------------------------------------------------------------------------------------------------- failing files */
 
-TEST(surfaces, aSetWithoutAFile)
+/* Its type is no surface either: such a run does not open */
+TEST(surfaces, aLineWithoutValues)
 {
-    CliRun db("#@ VOL p.vol \"v\" n 1 type 3 nen 4\n#@ SFS\n#@ CBC\n");
-    db.open();                                         /* the type of such a set is no surface */
+    CliRun db("#@ VOL p.vol \"v\" n 1 type 3 nen 4\n#@ SFS\n");
+    EXPECT_NE(db.open().find("Invalid parentTpl <3> and srfType <0> combination"), std::string::npos);
     int value;
-    checkRefused("surface file not found", rdbGetInts1(db.hd, "cbcCnn", &value, 0, -1, -1));
-    checkRefused("surface set file not found", rdbGetInts1(db.hd, "sfsCnn", &value, 0, -1, -1));
+    checkRefused("run not opened", rdbGetInts1(db.hd, "sfsCnn", &value, 0, -1, -1));
 }
 
 static const std::vector<std::string> partKeys = { "ElemIds", "UsrIds", "Cnn" };

@@ -38,6 +38,13 @@ TEST(runConverter, aConvertedRunIsTheRunWrittenInThatForm)
     spec.emptySets = true;
     spec.setVars("all");
     spec.setSteps(2, 5, 10);
+    for (const char *ext : {"ora", "ota", "onr", "odq", "oae", "oee", "rst", "ocn"}) {
+        FamSpec fam;
+        fam.ext   = ext;
+        fam.lists = true;
+        spec.families.push_back(fam);
+    }
+    spec.top = true;
     for (Form from : binaryForms) {
         spec.merged = from == Form::swapped;
         spec.dir    = "from";

@@ -27,6 +27,8 @@ static const MeshCase meshes[] = {
     {"tet ring",             Mesh::tet,   Shape::annulus, 3, 8, 2, 1, false},
     {"tet10 box",            Mesh::tet10, Shape::box,     3, 2, 2, 2, true },
     {"tet10 ring",           Mesh::tet10, Shape::annulus, 2, 7, 1, 1, false},
+    {"bubble box",           Mesh::bubble, Shape::box,    3, 2, 2, 2, true },
+    {"bubble ring",          Mesh::bubble, Shape::annulus, 2, 7, 1, 1, false},
     {"mixed box",            Mesh::mixed, Shape::box,     4, 1, 1, 1, false},
     {"mixed bend",           Mesh::mixed, Shape::bend,   13, 3, 4, 1, true },
     {"mixed ring",           Mesh::mixed, Shape::annulus, 9, 8, 3, 1, true },
@@ -52,6 +54,7 @@ static const std::map<int, std::vector<std::vector<int>>> faceTables = {
     {5,  {{0,1,2}, {5,4,3}, {0,2,5,3}, {2,1,4,5}, {1,0,3,4}}},
     {6,  {{0,1,2,3}, {7,6,5,4}, {5,6,2,1}, {0,3,7,4}, {4,5,1,0}, {3,2,6,7}}},
     {16, {{0,1,2,4,5,6}, {1,3,2,8,9,5}, {2,3,0,9,7,6}, {3,1,0,8,4,7}}},
+    {28, {{0,1,2}, {1,3,2}, {2,3,0}, {3,1,0}}},
 };
 
 static std::vector<int> faceNodes(const VolSet &vol, int elem, const std::vector<int> &row)
@@ -107,6 +110,7 @@ static const std::map<int, std::vector<std::array<int, 4>>> cuts = {
     {5,  {{0,1,2,3}, {1,4,5,3}, {1,5,2,3}}},
     {6,  {{0,1,2,6}, {0,2,3,6}, {0,3,7,6}, {0,7,4,6}, {0,4,5,6}, {0,5,1,6}}},
     {16, {{0,1,2,3}}},
+    {28, {{4,1,2,3}, {0,4,2,3}, {0,1,4,3}, {0,1,2,4}}},
 };
 
 static double totalVolume(const RunModel &model, double *least, int step = -1)
@@ -150,6 +154,22 @@ TEST(runModel, middleNodesLieBetweenTheirCorners)
             const Vec a = at(model, n[ends[m][0]]), b = at(model, n[ends[m][1]]), mid = at(model, n[4 + m]);
             for (int d = 0; d < 3; ++d) ASSERT_EQ(mid[d], (a[d] + b[d]) / 2);
         }
+}
+
+TEST(runModel, bubblesLieInTheMiddleOfTheirElement)
+{
+    RunSpec spec;
+    spec.mesh = Mesh::bubble;
+    const RunModel model(spec);
+    const VolSet &vol = model.vols[0];
+    ASSERT_EQ(vol.type, 28);
+    for (int e = 0; e < vol.nElems(); ++e)
+        for (int d = 0; d < 3; ++d) {
+            double sum = 0;
+            for (int n = 0; n < 4; ++n) sum += at(model, vol.cnn[5 * e + n])[d];
+            ASSERT_EQ(at(model, vol.cnn[5 * e + 4])[d], sum / 4);
+        }
+    for (int block = 0; block < model.nBlocks(); ++block) EXPECT_EQ(model.cellType(block), -1);
 }
 
 TEST(runModel, demoMeshesStayMeshesWhileTheyMove)
@@ -543,11 +563,105 @@ TEST(runModel, blockNodesAreInTheOrderOfTheirKind)
     }
 }
 
+/* ---- node sets, output elements, lines ---- */
+
+TEST(runModel, nodeSetsLieOnTheirSurfaces)
+{
+    for (const MeshCase &c : meshes) {
+        SCOPED_TRACE(c.name);
+        RunSpec spec = specOf(c);
+        spec.nodeSets  = true;
+        spec.emptySets = true;
+        const RunModel model(spec);
+        ASSERT_EQ(model.nbcs.size(), 3u);
+        ASSERT_EQ(model.pbcs.size(), 2u);
+        EXPECT_TRUE(model.nbcs[2].nodes.empty());
+        EXPECT_EQ(model.pbcs[1].nPairs(), 0);
+        double ends[2] = {1e300, -1e300};
+        for (int n = 0; n < model.nNodes; ++n) {
+            ends[0] = std::min(ends[0], at(model, n)[0]);
+            ends[1] = std::max(ends[1], at(model, n)[0]);
+        }
+        for (const NodeSet *set : {&model.nbcs[0], &model.nbcs[1], &model.wall}) {
+            EXPECT_FALSE(set->nodes.empty());
+            EXPECT_EQ(std::set<int>(set->nodes.begin(), set->nodes.end()).size(), set->nodes.size());
+        }
+        for (int end : {0, 1})
+            for (int node : model.nbcs[end].nodes)
+                if (c.shape != Shape::bend) { ASSERT_EQ(at(model, node)[0], ends[end]); }
+
+        /* pairs lie opposite each other, and there is one for each node of the inlet */
+        const NodeSet &pairs = model.pbcs[0];
+        ASSERT_EQ(pairs.nodes.size(), 2 * pairs.usrIds.size());
+        EXPECT_EQ(pairs.usrIds.size(), model.nbcs[0].nodes.size());
+        if (c.shape == Shape::bend) continue;
+        for (int i = 0; i < pairs.nPairs(); ++i) {
+            const Vec a = at(model, pairs.nodes[2 * i]), b = at(model, pairs.nodes[2 * i + 1]);
+            ASSERT_EQ(a, (Vec{ends[0], b[1], b[2]}));
+            ASSERT_EQ(b[0], ends[1]);
+        }
+    }
+}
+
+TEST(runModel, outputElementsAreOfTheirVolumes)
+{
+    for (const MeshCase &c : meshes) {
+        SCOPED_TRACE(c.name);
+        RunSpec spec = specOf(c);
+        spec.nodeSets  = true;
+        spec.emptySets = true;
+        const RunModel model(spec);
+        ASSERT_EQ(model.oels.size(), 3u);
+        EXPECT_TRUE(model.oels[0].whole);
+        ASSERT_EQ(model.oels[0].parts.size(), model.vols.size());
+        ASSERT_EQ(model.oels[1].parts.size(), model.vols.size());
+        EXPECT_TRUE(model.oels[2].parts.at(0).elems.empty());
+        for (size_t v = 0; v < model.vols.size(); ++v) {
+            const int n = model.vols[v].nElems();
+            EXPECT_EQ((int) model.oels[0].parts[v].elems.size(), n);
+            EXPECT_EQ(model.oels[0].parts[v].nen, model.vols[v].nen);
+            EXPECT_EQ((int) model.oels[1].parts[v].elems.size(), (n + 2) / 3);
+            EXPECT_EQ(model.oels[1].parts[v].nen, model.vols[v].type == 28 ? 4 : model.vols[v].nen);
+            for (int e : model.oels[1].parts[v].elems) ASSERT_LT(e, n);
+        }
+    }
+}
+
+/* A reader that is told of no surface sets has one for each group */
+TEST(runModel, withoutLinesOfSetsGroupsAreTheSets)
+{
+    for (const MeshCase &c : meshes) {
+        SCOPED_TRACE(c.name);
+        RunSpec spec = specOf(c);
+        const RunModel all(spec);
+        spec.lines = Lines::noSets;
+        spec.nodeSets = true;
+        const RunModel model(spec);
+        ASSERT_EQ(model.elms.size(), model.vols.size());
+        for (size_t v = 0; v < model.vols.size(); ++v) EXPECT_EQ(model.elms[v].name, model.vols[v].name);
+        EXPECT_EQ(model.oels.size(), 1u);
+
+        size_t next = 0;
+        for (Family family : {Family::cbc, Family::osf, Family::rsf, Family::srs})
+            for (const Group &group : model.groups(family)) {
+                ASSERT_EQ(group.members, (std::vector<int>{(int) next}));
+                const SrfSet &set = model.sfss[next++];
+                EXPECT_EQ(set.name, group.name);
+                EXPECT_EQ(set.vol, group.elm);
+                for (int s = 0; s < set.nSrfs(); ++s)
+                    ASSERT_EQ(surfaceNodes(set, s), faceNodes(model.vols[set.vol], set.elems[s],
+                                                              faceTables.at(model.vols[set.vol].type)[set.faces[s]]));
+            }
+        EXPECT_EQ(next, model.sfss.size());
+        EXPECT_EQ(model.nNodes, all.nNodes);
+    }
+}
+
 /* ---- sizes and refusals ---- */
 
 TEST(runModel, aWantedNumberOfNodesIsMetRoughly)
 {
-    for (Mesh mesh : {Mesh::hex, Mesh::tet, Mesh::tet10, Mesh::mixed})
+    for (Mesh mesh : {Mesh::hex, Mesh::tet, Mesh::tet10, Mesh::bubble, Mesh::mixed})
         for (Shape shape : {Shape::box, Shape::bend, Shape::annulus})
             for (int nodes : {1, 1000, 50000}) {
                 RunSpec spec;
@@ -578,6 +692,7 @@ TEST(runModel, nonsenseIsRefusedInWords)
         {"more subdomains than slabs",          [](RunSpec *s) { s->nSds = 5; }},
         {"more volumes than slabs",             [](RunSpec *s) { s->nVols = 5; }},
         {"needs a volume",                      [](RunSpec *s) { s->nVols = 0; }},
+        {"known by name only if they have lines", [](RunSpec *s) { s->renumbered = true; s->lines = Lines::noSets; }},
         {"at least 1 x 1 x 1 cells",            [](RunSpec *s) { s->ny = 0; }},
         {"at least 4 x 1 x 1 cells",            [](RunSpec *s) { s->mesh = Mesh::mixed; s->nx = 3; }},
         {"at least 3 cells around",             [](RunSpec *s) { s->shape = Shape::annulus; }},

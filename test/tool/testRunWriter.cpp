@@ -128,6 +128,33 @@ static void checkMeshFiles(const RunModel &model)
     for (size_t g = 0; g < model.srss.size(); ++g) checkSurfaces(model, numbered(".srs", g), model.srss[g].members);
 }
 
+static void checkNodeSets(const RunModel &model)
+{
+    for (size_t i = 0; i < model.nbcs.size(); ++i) {
+        const std::vector<Item> table = items(model, ".nbc" + std::to_string(i));
+        checkTable(table, (int) model.nbcs[i].nodes.size(), {1});
+        EXPECT_TRUE(table.at(5).ints == asIds(model, model.nbcs[i].nodes));
+    }
+    for (size_t i = 0; i < model.pbcs.size(); ++i) {
+        const std::vector<Item> table = items(model, ".pbc" + std::to_string(i));
+        checkTable(table, model.pbcs[i].nPairs(), {1, 2});
+        EXPECT_TRUE(table.at(5).ints == model.pbcs[i].usrIds);
+        EXPECT_TRUE(table.at(8).ints == asIds(model, model.pbcs[i].nodes));
+    }
+    const std::vector<Item> wall = items(model, ".zbc");
+    checkTable(wall, (int) model.wall.nodes.size(), {1});
+    EXPECT_TRUE(wall.at(5).ints == asIds(model, model.wall.nodes));
+    for (size_t i = 0; i < model.oels.size(); ++i)
+        for (size_t p = 0; !model.oels[i].whole && p < model.oels[i].parts.size(); ++p) {
+            const OutElems::Part &part = model.oels[i].parts[p];
+            const std::vector<Item> table = items(model, ".oel" + std::to_string(i) + "_" + std::to_string(p));
+            std::vector<int> ids;
+            for (int e : part.elems) ids.push_back(model.vols[part.vol].usrIds[e]);
+            checkTable(table, (int) ids.size(), {1});
+            EXPECT_TRUE(table.at(5).ints == ids);
+        }
+}
+
 static void checkDecomposition(const RunModel &model)
 {
     const std::vector<Item> ddc = items(model, ".ddc");
@@ -252,7 +279,7 @@ TEST(runWriter, allFilesHoldWhatTheModelSays)
 {
     for (const auto &f : forms)
         for (bool merged : {false, true})
-            for (Mesh mesh : {Mesh::hex, Mesh::tet10, Mesh::mixed}) {
+            for (Mesh mesh : {Mesh::hex, Mesh::tet10, Mesh::bubble, Mesh::mixed}) {
                 SCOPED_TRACE(f.name);
                 SCOPED_TRACE(merged ? "merged" : "a file per part");
                 SCOPED_TRACE((int) mesh);
@@ -267,12 +294,14 @@ TEST(runWriter, allFilesHoldWhatTheModelSays)
                 spec.nSds      = 3;
                 spec.scattered = mesh != Mesh::hex;
                 spec.emptySets = mesh != Mesh::tet10;
+                spec.nodeSets  = true;
                 spec.setVars("velocity,species:3,mesh_displacement,film:2,topology_velocity");
                 spec.setSteps(2, 5, 10);
                 const RunModel model(spec);
                 writeRun(model);
                 EXPECT_TRUE(fs::exists("runs/of a test/pipe.12.Log"));
                 checkMeshFiles(model);
+                checkNodeSets(model);
                 checkDecomposition(model);
                 checkNodeLists(model);
                 checkOutput(model);
@@ -374,6 +403,56 @@ TEST(runWriter, filesHaveTheSuffixOfTheForm)
     }
 }
 
+/* Older runs: what has no lines has no files */
+TEST(runWriter, withoutLinesOfSets)
+{
+    for (Lines lines : {Lines::noVolumes, Lines::noSets}) {
+        RunSpec spec;
+        spec.dir      = lines == Lines::noSets ? "no sets" : "no volumes";
+        spec.nVols    = 2;
+        spec.lines    = lines;
+        spec.nodeSets = true;
+        const RunModel model(spec);
+        writeRun(model);
+        std::map<std::string, int> counts;
+        for (const std::string &line : cliLines(cliName(spec))) ++counts[words(line)[0]];
+        EXPECT_EQ(counts.count("VOL"), 0u);
+        EXPECT_EQ(counts.count("CNN.VOL"), 0u);
+        EXPECT_EQ(counts["CNN"], 2);
+        EXPECT_EQ(counts["OEL.VOL"], 1);
+        EXPECT_EQ(counts.count("SFS"), lines == Lines::noSets ? 0u : 1u);
+        EXPECT_EQ(counts.count("CBC.SFS"), lines == Lines::noSets ? 0u : 1u);
+        EXPECT_EQ(counts.count("SFS.SFS"), lines == Lines::noSets ? 0u : 1u);
+        EXPECT_EQ(counts["CBC"], (int) model.cbcs.size());
+        EXPECT_FALSE(exists(dataFile(spec, ".vol0")));
+        EXPECT_EQ(exists(dataFile(spec, ".sfs0")), lines != Lines::noSets);
+        checkNodeSets(model);
+        for (int e : {0, 1}) checkElements(model, ".cnn" + std::to_string(e), {e});
+        for (size_t g = 0; g < model.cbcs.size(); ++g)
+            checkSurfaces(model, ".cbc" + std::to_string(g), model.cbcs[g].members);
+    }
+}
+
+TEST(runWriter, renumberedVolumesAreToldByName)
+{
+    RunSpec spec;
+    spec.nVols = 3;
+    spec.nodeSets = spec.renumbered = true;
+    const RunModel model(spec);
+    writeRun(model);
+    size_t set = 0, part = 0;
+    for (const std::string &line : cliLines(cliName(spec))) {
+        const std::vector<std::string> w = words(line);
+        if (w[0] != "SFS" && w[0] != "OEL.VOL") continue;
+        SCOPED_TRACE(line);
+        const int vol = w[0] == "SFS" ? model.sfss[set++].vol : (int) (part++ % 3);
+        EXPECT_NE(line.find(" vol " + std::to_string((vol + 1) % 3) + " medium"), std::string::npos);
+        EXPECT_NE(line.find(" volName \"" + model.vols[vol].name + "\""), std::string::npos);
+    }
+    EXPECT_EQ(set, model.sfss.size());
+    EXPECT_EQ(part, 6u);
+}
+
 TEST(runWriter, dataBesideTheLog)
 {
     RunSpec spec;
@@ -417,6 +496,7 @@ TEST(runWriter, clientInformationNamesAllFilesAndSizes)
         spec.nVols = 3;
         spec.nSds  = 2;
         spec.title = "a title";
+        spec.nodeSets = true;
         spec.setVars("velocity,species:2,field:1");
         const RunModel model(spec);
         writeRun(model);
@@ -435,11 +515,12 @@ TEST(runWriter, clientInformationNamesAllFilesAndSizes)
                     ? Place{dataFolder(spec) + "/pipe.1.C", w[1].substr(w[1].rfind('/') + 1)} : Place{w[1], ""});
                 ASSERT_EQ(table.at(1).key, "nRows");
                 const auto rows = std::find_if(w.begin(), w.end(), [](const std::string &s) {
-                    return s == "nNodes" || s == "nElems" || s == "nSrfs"; });
+                    return s == "nNodes" || s == "nElems" || s == "nSrfs" || s == "nPairs"; });
                 ASSERT_NE(rows, w.end());
                 EXPECT_EQ(rows[1], std::to_string(table[1].ints[0]));
             }
-            if (key.size() == 7 && (key.substr(3) == ".SFS" || key.substr(3) == ".VOL") && key != "SFS.SFS") {
+            const std::string kind = key.size() == 7 && key != "OEL.VOL" && key != "SFS.SFS" ? key.substr(3) : "";
+            if (kind == ".SFS" || kind == ".VOL") {
                 EXPECT_EQ(line.find("  "), std::string::npos) << "separators are one blank";
                 const std::vector<std::string> names = quotedIn(line);
                 const size_t count = std::stoul(line.substr(line.find('"', line.find('"') + 1) + 2));
@@ -452,6 +533,11 @@ TEST(runWriter, clientInformationNamesAllFilesAndSizes)
         EXPECT_EQ(counts["CNN.VOL"], 2);
         EXPECT_EQ(counts["SFS"], (int) model.sfss.size());
         EXPECT_EQ(counts["SFS.SFS"], 4);
+        EXPECT_EQ(counts["NBC"], 2);
+        EXPECT_EQ(counts["ZBC"], 1);
+        EXPECT_EQ(counts["PBC"], 1);
+        EXPECT_EQ(counts["OEL"], 2);
+        EXPECT_EQ(counts["OEL.VOL"], 6);
         const std::pair<std::string, size_t> families[] = {{"CBC", model.cbcs.size()}, {"OSF", model.osfs.size()},
                                                            {"RSF", model.rsfs.size()}, {"SRS", model.srss.size()}};
         for (const auto &family : families) {

@@ -47,6 +47,8 @@ TEST(writeRun, nonsenseIsRefusedAndNothingIsWritten)
         {"",                          "no folder given"},
         {"a b",                       "two folders: <a> and <b>"},
         {"a --what",                  "unknown option <--what>"},
+        {"a --families ora,xyz",      "no such family of output: xyz"},
+        {"a --families ''",           "no such family of output: "},
         {"a --run",                   "--run needs N"},
         {"a --run x",                 "--run: <x> is no number"},
         {"a --run 99999999999",       "--run: <99999999999> is no number from 0 to 2147483647"},
@@ -55,9 +57,11 @@ TEST(writeRun, nonsenseIsRefusedAndNothingIsWritten)
         {"a --cells 3,4",             "--cells: <3,4> is not NX,NY,NZ"},
         {"a --cells 3,4,5,6",         "--cells: <5,6> is no number"},
         {"a --cells 3,,4",            "--cells: <> is no number"},
-        {"a --mesh wood",             "--mesh: <wood> is none of hex, tet, tet10, mixed"},
+        {"a --mesh wood",             "--mesh: <wood> is none of hex, tet, tet10, bubble, mixed"},
         {"a --form paper",            "--form: <paper> is none of ascii, binary, swapped"},
         {"a --shape round",           "--shape: <round> is none of box, bend, annulus"},
+        {"a --lines none",            "--lines: <none> is none of all, no-volumes, no-sets"},
+        {"a --lines no-sets --renumbered", "volumes are known by name only if they have lines"},
         {"a --ids odd",               "--ids: <odd> is none of consecutive, scattered"},
         {"a --time-inc soon",         "--time-inc: <soon> is no number"},
         {"a --time-inc nan",          "--time-inc: <nan> is no number"},
@@ -90,7 +94,8 @@ TEST(writeRun, optionsReachTheFiles)
     const Result r = writeRunCommand(
         "out/dir --problem duct --run 3 --mesh mixed --shape bend --cells 8,3,3 --steps 2 --first-step 10 --stride 5 "
         "--form swapped --subdomains 4 --merged --ids scattered --seed 7 --moving --vars velocity,species:3 "
-        "--data-dir data --title 'a duct' --time-inc 0.5 --two-words --empty-sets --omit-films");
+        "--data-dir data --title 'a duct' --time-inc 0.5 --two-words --empty-sets --omit-films "
+        "--node-sets --renumbered");
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.find("out/dir/duct.3.Log: "), 0u) << r.out;
     RunSpec spec;
@@ -118,8 +123,39 @@ TEST(writeRun, optionsReachTheFiles)
     EXPECT_TRUE(readItems("out/dir/data/duct.3.crd.B")[5].ints == model.usrIds);
     const std::string cli = testRead("out/dir/data/duct.3.cli");
     for (const char *text : {"#@ DIR data\n", "#@ NSDS 4\n", "#@ TITLE \"a duct\"\n", "\"empty volume\"",
-                             "#@ SPC  \"gas_C\""})
+                             "#@ SPC  \"gas_C\"", "#@ ZBC ", "#@ NBC ", "#@ PBC ", "#@ OEL ",
+                             " vol 1 medium 1 volName \"hexahedra\"\n"})
         EXPECT_NE(cli.find(text), std::string::npos) << text;
+}
+
+TEST(writeRun, otherFamiliesAndTheLogOfSteps)
+{
+    const Result r = writeRunCommand("out --merged --families ora,rst,ocn --log-steps --steps 2");
+    ASSERT_EQ(r.code, 0) << r.err;
+    const std::string base = "out/QUENTA.DIR/pipe.1";
+    const std::vector<Item> ora = readItems(base + "_1_x.ora.B"), top = readItems(base + ".top.B");
+    const std::vector<std::string> head = {"time", "mask", "nSpecs", "nFields", "nNodes", "vel", "pres"};
+    for (size_t i = 0; i < head.size(); ++i) EXPECT_EQ(ora.at(i).key, head[i]);
+    EXPECT_EQ(ora[1].ints[0], (1 << 22) - 1);
+    EXPECT_EQ(readItems(base + "_0_x.rst.B").at(1).key, "timeInc");
+    EXPECT_EQ(readItems(base + "_1_0.ocn.B").at(0).reals[0], 0.125);
+    EXPECT_EQ(top.at(0).key, "tsId");
+    EXPECT_EQ(top.back().key, "endRun");
+}
+
+TEST(writeRun, linesOfOlderRuns)
+{
+    const struct { const char *kind; bool volumes, sets; } kinds[] = {
+        {"all", true, true}, {"no-volumes", false, true}, {"no-sets", false, false}};
+    for (const auto &k : kinds) {
+        SCOPED_TRACE(k.kind);
+        const Result r = writeRunCommand(std::string("out --mesh bubble --lines ") + k.kind);
+        ASSERT_EQ(r.code, 0) << r.err;
+        const std::string cli = testRead("out/QUENTA.DIR/pipe.1.cli");
+        EXPECT_EQ(cli.find("#@ VOL ") != std::string::npos, k.volumes);
+        EXPECT_EQ(cli.find("#@ SFS ") != std::string::npos, k.sets);
+        EXPECT_NE(cli.find(" type 28 nen 5 "), std::string::npos);
+    }
 }
 
 TEST(writeRun, everyFormInPartsAndMerged)

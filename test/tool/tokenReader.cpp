@@ -272,8 +272,13 @@ std::vector<Item> readItems(const Place &place)
 {
     static const std::set<std::string> integers = {
         "nParts", "nRows", "nCols", "type", "nSds", "nElems", "nNodes", "sdId", "mask", "nSpecs", "nFilms", "nFields",
-        "nAoutVecs"};
-    static const std::set<std::string> intTables = {"intVec", "color", "usrIds", "nodes", "masks"};
+        "nAoutVecs", "outIndx", "nRafVars", "nAtcVars", "nDODirs", "tsId", "cycleId", "lhsUpdFlag", "nIters",
+        "redoFlag", "endRun"};
+    static const std::set<std::string> intTables = {"intVec", "color", "usrIds", "nodes", "masks", "rafSteps"};
+    static const std::set<std::string> reals = {
+        "time", "timeInc", "flowTimeInc", "lvsetThk", "resNorm", "resRat", "solNorm", "solRat", "lesRed", "cpuTime",
+        "elapseTime"};
+    static const std::set<std::string> texts = {"name", "eqnName", "stgName"};
 
     TokenReader file(place);
     std::vector<Item> items;
@@ -283,7 +288,8 @@ std::vector<Item> readItems(const Place &place)
         if (item.key.empty() || std::strchr("0123456789+-.", item.key[0]))
             throw std::runtime_error("<" + item.key + "> where a key should be, in " + place.file);
         if (integers.count(item.key)) item.ints.push_back(file.integer());
-        else if (item.key == "time") item.reals.push_back(file.real());
+        else if (reals.count(item.key)) item.reals.push_back(file.real());
+        else if (texts.count(item.key)) item.text = file.str();
         else {
             item.nCols = file.integer();
             item.nRows = file.integer();
@@ -299,7 +305,8 @@ std::vector<Item> readItems(const Place &place)
 
 bool operator==(const Item &a, const Item &b)
 {
-    return a.key == b.key && a.nCols == b.nCols && a.nRows == b.nRows && a.ints == b.ints && a.reals == b.reals;
+    return a.key == b.key && a.nCols == b.nCols && a.nRows == b.nRows && a.ints == b.ints && a.reals == b.reals
+        && a.text == b.text;
 }
 
 std::vector<std::string> keysOf(const std::vector<Item> &items)

@@ -52,10 +52,11 @@ struct Item {
     int                  nCols = -1, nRows = -1;
     std::vector<int32_t> ints;
     std::vector<double>  reals;
+    std::string          text;
 };
 
-/* All items of a file. Which keys are single numbers and which are tables of integers is known here; all others are
-   tables of reals. */
+/* All items of a file. Which keys are single numbers, texts and tables of integers is known here; all others are tables
+   of reals. */
 std::vector<Item> readItems(const Place &place);
 std::vector<Item> readItems(const std::string &fileName);
 
