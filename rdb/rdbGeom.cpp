@@ -91,8 +91,11 @@ int rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, in
     if (inMemory == 0 || nRows <= smallTable / inMemory) return 1;
     char      name[SYS_TEXT];
     const int form = iopGetFileOpt(file), diskForm = rdbDiskName(hd, file, form, name);
-    if (nRows > mostRows(name, diskForm, nInts, nReals) && nRows > mostRows(file, form, nInts, nReals))
+    if (nRows > mostRows(name, diskForm, nInts, nReals) && nRows > mostRows(file, form, nInts, nReals)) {
+        rdbFileId id;
+        if (!rdbLookAt(name, &id)) return rdbFail("file <%s> not found", name);
         return rdbFail("file <%s> cannot hold %d rows", file, nRows);
+    }
     *fits = 1;
     return 1;
 }
@@ -145,10 +148,14 @@ static int clipped(int64_t n)
 }
 
 /* Colours of n elements behind `first` others, from the decomposition file. The file has one colour per element, in
-   the order of the list that they are counted in. */
+   the order of the list that they are counted in. A run without subdomains has one colour and needs no file. */
 static int getSdIds(rdbHd *hd, int64_t first, int n, void *data)
 {
     if (n < 1) return 1;
+    if (hd->run->nSds < 1) {
+        sysZeroInts((int *) data, n);
+        return 1;
+    }
     int    nElems;
     iopHd *fh = rdbOpenDdc(hd, &nElems);
     if (!fh) return 0;

@@ -4,7 +4,9 @@
  * file for the whole run.
  *
  * An output element set selects elements of volumes: all of a volume (type 2), or those of a file of element ids (type
- * 1), whose connectivity is then looked up in the volume. An id that the volume does not have is passed over.
+ * 1), whose connectivity is then looked up in the volume. An id that the volume does not have is passed over. The
+ * volume's ids and connectivity stay in its record up to the end of the run, as after a request for surfaces: output
+ * sets of one volume are asked for one after the other.
  *
  * In this file: node sets, node pairs, output element sets. */
 

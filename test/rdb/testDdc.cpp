@@ -216,6 +216,26 @@ TEST(sdIds, aSetWithoutElementsReadsNothing)
     rdbFree(hd);
 }
 
+TEST(sdIds, aRunWithoutSubdomainsHasOneColourAndNeedsNoFile)
+{
+    SmallRun run;
+    run.write();
+    remove("p.1.ddc.B");
+    std::string cli = run.cli();
+    const size_t at = cli.find("NSDS ");
+    cli.replace(at, cli.find('\n', at) - at, "NSDS 0");
+    testWrite("p.1.cli", cli);
+    rdbHd *hd = SmallRun::open();
+    for (const char *key : { "elmSdIds", "volSdIds" }) {
+        int ids[3] = { -1, -1, -1 };
+        checkAnswers(rdbGetInts1(hd, key, ids, 0, 2, 1));
+        EXPECT_EQ(ids[0], 0);
+        EXPECT_EQ(ids[1], 0);
+        EXPECT_EQ(ids[2], -1);
+    }
+    rdbFree(hd);
+}
+
 TEST(sdIds, aFileWithFewerElementsThanTheRun)
 {
     SmallRun run;

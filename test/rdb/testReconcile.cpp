@@ -229,6 +229,21 @@ TEST(reconcile, aSetMadeBeforeItsElementSetHasNoVolume)
     EXPECT_NE(failure.find("SFS parent volId <-1> not found"), std::string::npos) << failure;
 }
 
+/* The surface set that a set is made of may have been made for another set, whose element set does not exist */
+TEST(reconcile, aSetOfASurfaceSetWithoutAVolumeEndsTheOpen)
+{
+    const char *older = "#@ CNN f \"e\" n 1 t 3 n 4 q 2 m 1 r 5\n";
+    for (const auto &fam : srfFamilies) {
+        const std::string keyword = fam.keyword;
+        if (keyword == "HEC" || keyword == "GSF" || keyword == "SFS") continue;    /* the other set; made of none */
+        std::string other = srfLine("HEC", "f");
+        other.replace(other.find("elmId 0"), 7, "elmId 9");
+        CliRun db(older + other + srfLine(fam.keyword, "c", fam.more) + "#@ " + keyword + ".SFS \"c\" 1 \"f\"\n");
+        const std::string failure = db.open();
+        EXPECT_NE(failure.find(keyword + " parent volId <-1> not found"), std::string::npos) << failure;
+    }
+}
+
 /* A line that does not bind is told, a parent that does not exist is not endured */
 TEST(reconcile, familiesAreTestedInTheirOrder)
 {
