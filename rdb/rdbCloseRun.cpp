@@ -41,6 +41,8 @@ static void freeSrfSet(void *rec)
     memFree(set->volName);
     memFree(set->sfsIds);
     freeTexts(set->sfsNames, set->nSfsNames);
+    rdbDropOutInfo(&set->out);
+    rdbDropSetMap(&set->map);
 }
 
 static void freeNodeSet(void *rec)
@@ -161,6 +163,8 @@ static void freeCaches(runHd *run)
     rdbDropLog(&run->log);
     rdbDropLog(&run->logNew);
     for (rdbOutInfo *&info : run->out) rdbDropOutInfo(&info);
+    for (rdbOutInfo *&info : run->setOut) rdbDropOutInfo(&info);
+    rdbDropSetMap(&run->setMapNew);
     rdbDropReading(run);
 }
 

@@ -17,6 +17,7 @@
 #include "base/regExpr.h"
 
 #include <limits.h>
+#include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -409,11 +410,10 @@ void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *h
 static rePattern pattern;
 
 /* Compiles it. A problem name stands in it as it is, special characters included. */
-static void compileNames(rdbHd *hd, const rdbOutFam *fam)
+static void compileNames(rdbHd *hd, const rdbOutFam *fam, const char *format, va_list args)
 {
-    char text[SYS_TEXT];
-    const int length = snprintf(text, sizeof text, "^%s.%d_([0-9]+)_[0x].%s(\\.[BZH])?$", hd->problem, hd->run->runId,
-                                fam->ext);
+    char      text[SYS_TEXT];
+    const int length = vsnprintf(text, sizeof text, format, args);
     if (length >= (int) sizeof text) sysFailIn(fam->initName, "problem name is too long <%.64s>", hd->problem);
     const char *failure = reCompilePattern(text, length, &pattern);
     if (failure) sysFailIn(fam->initName, "%s", failure);
@@ -436,12 +436,26 @@ static int isStepName(const rdbOutFam *fam, const char *name, reRegisters *regs)
     return n >= 1;
 }
 
-/* The steps of the listed names, ascending, each once. Gives how many. A number that is no step number has no file that
-   "%d" names. */
-static int findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
+int rdbAnyOutName(rdbHd *hd, const rdbOutFam *fam, const char *format, ...)
 {
     reRegisters regs;
-    compileNames(hd, fam);
+    va_list     args;
+    va_start(args, format);
+    compileNames(hd, fam, format, args);
+    va_end(args);
+    for (int i = 0; i < hd->nFiles; ++i)
+        if (isStepName(fam, hd->files[i], &regs)) return 1;
+    return 0;
+}
+
+/* A number that is no step number has no file that "%d" names. */
+int rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const char *format, ...)
+{
+    reRegisters regs;
+    va_list     args;
+    va_start(args, format);
+    compileNames(hd, fam, format, args);
+    va_end(args);
     info->steps = memNew(int, hd->nFiles);
     int n = 0;
     for (int i = 0; i < hd->nFiles; ++i) {
@@ -454,6 +468,11 @@ static int findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
     info->times = memNew(double, info->nSteps);
     sysFillReals(info->times, info->nSteps, -1.0);
     return info->nSteps;
+}
+
+static int findSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
+{
+    return rdbFindOutSteps(hd, fam, info, "^%s.%d_([0-9]+)_[0x].%s(\\.[BZH])?$", hd->problem, hd->run->runId, fam->ext);
 }
 
 void rdbOutBase(rdbHd *hd, int step, char *base)
@@ -573,35 +592,43 @@ static int64_t stepReals(rdbHd *hd, const rdbOutFam *fam, const char *base)
 
 /* A client sizes its arrays by width times nodes. Widths up to this are taken as they come: a step that is still being
    written is shorter than what its header announces. */
-static const int     usualWidth = 64;
 static const int64_t smallArray = 2 << 20;
 
-static int widthFits(rdbHd *hd, const rdbOutFam *fam, int width, const char *base)
+static int widthFits(rdbHd *hd, const rdbOutFam *fam, int width, const char *base, int nNodes)
 {
-    const int64_t n = (int64_t) width * hd->run->nNodes;
-    if (width <= usualWidth || n <= smallArray) return width >= 0;
+    const int64_t n = (int64_t) width * nNodes;
+    if (width <= RDB_USUAL_WIDTH || n <= smallArray) return width >= 0;
     const int64_t most = stepReals(hd, fam, base);
     return most < 0 || n <= most;
 }
 
 /* The count that the file would give to a variable of the list must be one that its files can hold */
 static void checkWidths(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, const rdbOutHead *head,
-                        const char *base)
+                        const char *base, int nNodes)
 {
     for (int i = 0; i < info->nVars; ++i)
         for (int k = 0; k < fam->nHdr; ++k) {
             const rdbOutHdr *item = &fam->hdr[k];
             if (!item->counter || item->counter != fam->vars[info->varIds[i]].counter) continue;
-            if (!widthFits(hd, fam, head->counts[k], base))
+            if (!widthFits(hd, fam, head->counts[k], base, nNodes))
                 sysFailIn(fam->initName, "Invalid %s <%d> in files <%s>", item->key, head->counts[k], base);
         }
 }
 
-/* The counters that were unset take the file's values */
-static void keepCounters(runHd *run, const rdbOutFam *fam, const rdbOutHead *head)
+void rdbKeepOutCounts(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, const rdbOutHead *head,
+                      const char *base, int nNodes)
 {
+    checkWidths(hd, fam, info, head, base, nNodes);
     for (int i = 0; i < fam->nHdr; ++i)
-        if (fam->hdr[i].counter) run->*fam->hdr[i].counter = head->counts[i];
+        if (fam->hdr[i].counter) hd->run->*fam->hdr[i].counter = head->counts[i];
+}
+
+void rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head)
+{
+    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
+    rdbReadOutHead(fh, fam, hd, head);
+    rdbCloseHeld(hd);
+    listVars(fam, head, info);
 }
 
 /* Reads the first part of the lowest step */
@@ -613,12 +640,8 @@ static int readVars(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
     rdbOutBase(hd, info->steps[0], base);
     const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
-    rdbReadOutHead(fh, fam, hd, &head);
-    rdbCloseHeld(hd);
-    listVars(fam, &head, info);
-    checkWidths(hd, fam, info, &head, base);
-    keepCounters(hd->run, fam, &head);
+    rdbReadOutVars(hd, fam, path, form, info, &head);
+    rdbKeepOutCounts(hd, fam, info, &head, base, hd->run->nNodes);
     return 1;
 }
 

@@ -116,6 +116,8 @@ typedef struct rdbSrfSet {        /* all sixteen families */
     double  agglAng, agglRad;     /* RSF                                     */
     tplRec *tpl;                  /* not owned                               */
     int     fits;
+    struct rdbOutInfo *out;       /* the steps of its outputs; null until asked for */
+    struct rdbSetMap  *map;       /* the nodes of their parts; null until asked for */
 } rdbSrfSet;
 
 typedef struct rdbNodeSet {       /* NBC, ZBC, PBC */
@@ -184,6 +186,20 @@ enum {                                                      /* caches of runHd, 
 #undef OUT_FAM
     RDB_N_OUT_FAMS
 };
+
+enum {                                                      /* places in runHd, one per family of outputs on sets */
+#define SET_FAM(SETS, ...) RDB_SET_OUT_##SETS,
+#include "rdb/rdbSetFams.def"
+#undef SET_FAM
+    RDB_N_SET_OUTS
+};
+
+typedef struct rdbSetMap {        /* which nodes of a surface set the parts of its outputs have */
+    int   nParts;
+    int  *nNodes;                 /* of each part                            */
+    int **nodes;                  /* positions in the set's list of nodes; null: all of them, in order */
+    int  *setNodes;               /* user ids of the set's nodes, ascending, while the map is made */
+} rdbSetMap;
 
 typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbOut.cpp */
 
@@ -273,6 +289,8 @@ typedef struct runHd {
     rdbOutInfo   *out[RDB_N_OUT_FAMS];
     rdbOutInfo   *outNew;         /* catalogue that is being built                                 */
     rdbStepFiles *stepFiles;
+    rdbOutInfo   *setOut[RDB_N_SET_OUTS];                           /* the variables; steps are each set's */
+    rdbSetMap    *setMapNew;      /* map that is being made                                        */
     iopHd *reading;               /* the file that a getter reads now, or that one left by a jump  */
     int   *idBuf;                 /* user ids on their way into a hash                             */
     int   *srfBuf;                /* a surface set's connectivity or ids while a getter works      */
@@ -339,6 +357,16 @@ typedef struct rdbOutFam {
     int                newest;    /* only the newest step counts, and its files are told by name */
     const char        *initName, *valuesName;   /* the function names that failures carry */
 } rdbOutFam;
+
+/* A family of outputs on surface sets: the same files, but of one set each, `<problem>.<run>_<step>_<set>_<part>.<ext>`,
+   and where the sets' outputs have no parts `<problem>.<run>_<step>_<set>.<ext>`. The families stand in rdbSetFams.def,
+   their tables in rdbSetOut.cpp. */
+typedef struct rdbSetFam {
+    rdbOutFam   out;              /* extension, tables, names; its place is one in runHd::setOut */
+    int         srf;              /* RDB_OSF ...: the sets                    */
+    int         hasParts;
+    int       (*readMap)(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, rdbSetMap *map);
+} rdbSetFam;
 
 enum { RDB_MAX_OUT_HDR = 32 };
 
@@ -429,6 +457,9 @@ int    rdbGetSrfCnn(rdbHd *hd, const char *key, int fam, int i, int *cnn);
 /* Keeps a count of distinct nodes, -1 until now, that was made again. With a dest, which the caller sized by the kept
    count, a file that has changed since does not return: "Inconsistent nNodes <%d> vs <%d>". */
 void   rdbKeepNodeCount(const char *function, int *kept, int nNodes, const int *dest);
+/* Opens the node list file of output surface set i and reads up to "nNodes": a held file, or null and ".osn file not
+   found". Failures carry `function` as their function name. */
+iopHd *rdbOpenNodeList(rdbHd *hd, const char *function, int i, int *nNodes);
 
 /* rdbGrad.cpp: nodal arrays computed from an output step; aux: 0 volume, 1 strain rate, 2 velocity magnitude, 3
    vorticity, 4 CFL number. 1, or 0 and the error text. */
@@ -519,6 +550,21 @@ int    rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals,
    file does not return. Either way a failure leaves no catalogue and the counters as they were. */
 int  rdbInitOut(rdbHd *hd);
 int  rdbInitOutFam(rdbHd *hd, const rdbOutFam *fam);
+/* The listed names that match an expression, made by the printf form: do any; or their steps, each in group 1, as
+   info->steps and ->nSteps, ascending and distinct. Failures carry the catalogue's name. */
+int  rdbAnyOutName(rdbHd *hd, const rdbOutFam *fam, const char *format, ...) __attribute__((format(printf, 3, 4)));
+int  rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const char *format, ...)
+     __attribute__((format(printf, 4, 5)));
+/* Reads the header of a file, whose counters must agree with the run's, and lists the variables of its mask */
+void rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head);
+/* The counters that were unset take the header's values, each one that is a width of a listed variable after a test
+   against the size of the step's files, which begin with `base` and tell of nNodes nodes. Up to RDB_USUAL_WIDTH there is
+   no such test. */
+enum { RDB_USUAL_WIDTH = 64 };
+void rdbKeepOutCounts(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, const rdbOutHead *head,
+                      const char *base, int nNodes);
+/* The time that a file of the family tells */
+double rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form);
 /* Reads the header of a step file; the next key is "nNodes". check: the run whose counters the file must agree with (it
    must hold fh), or null. Failures carry the name of the catalogue then, or else that of the values. */
 void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head);
@@ -539,6 +585,9 @@ void rdbDropReading(runHd *run);
 #define OUT_FAM(CACHE, Fam, fam, ...) extern const rdbOutFam fam##Fam;
 #include "rdb/rdbOutFams.def"
 #undef OUT_FAM
+
+/* rdbSetOut.cpp */
+void rdbDropSetMap(rdbSetMap **map);
 
 #ifdef __cplusplus
 }

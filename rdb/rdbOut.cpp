@@ -366,21 +366,26 @@ static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *da
 
 /* --------------------------------------------------------------------------------------------------------- times */
 
+double rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form)
+{
+    double time;
+    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
+    iopGetKeyReal(fh, fam->hdr[0].key, &time);
+    rdbCloseHeld(hd);
+    return time;
+}
+
 /* A step's time, read from its first part when it is first asked for. -1.0 says that it was not. */
 static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
 {
     rdbOutInfo *info = hd->run->out[fam->cache];
     char        base[SYS_TEXT], path[SYS_TEXT];
     int         merged;
-    double      time;
     if (info->times[i] != -1.0) return 1;
     rdbOutBase(hd, info->steps[i], base);
     const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
-    iopGetKeyReal(fh, fam->hdr[0].key, &time);
-    rdbCloseHeld(hd);
-    info->times[i] = time;
+    info->times[i] = rdbReadOutTime(hd, fam, path, form);
     return 1;
 }
 

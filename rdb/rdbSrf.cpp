@@ -93,21 +93,31 @@ static int cnnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
     return dropSrfBuf(hd, 1);
 }
 
-/* The same from the set's node list file, which has the nodes in an order of its own: that of the results on the set */
-static int osnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
+iopHd *rdbOpenNodeList(rdbHd *hd, const char *function, int i, int *nNodes)
 {
     const runHd *run = hd->run;
     char name[SYS_TEXT];
-    int  nSds, nNodes;
+    int  nSds;
     rdbFormat(name, "%s.%d_%d.osn", hd->problem, run->runId, i);
     iopHd *fh = rdbOpenListedFile(hd, name);
-    if (!fh) return rdbFail(".osn file not found");
-
+    if (!fh) {
+        rdbSetError(".osn file not found");
+        return NULL;
+    }
     rdbHoldFile(hd, fh);
     iopGetKeyInt(fh, "nSds", &nSds);
-    if (nSds != run->nSds) sysFailIn(getterName(key), "Incosistent nSds; <%d> vs. <%d>", nSds, run->nSds);
-    iopGetKeyInt(fh, "nNodes", &nNodes);
-    iopNeed(fh, nNodes, 'i');
+    if (nSds != run->nSds) sysFailIn(function, "Incosistent nSds; <%d> vs. <%d>", nSds, run->nSds);
+    iopGetKeyInt(fh, "nNodes", nNodes);
+    iopNeed(fh, *nNodes, 'i');
+    return fh;
+}
+
+/* The same from the set's node list file, which has the nodes in an order of its own: that of the results on the set */
+static int osnNodes(rdbHd *hd, const char *key, int fam, int i, int *dest)
+{
+    int    nNodes;
+    iopHd *fh = rdbOpenNodeList(hd, getterName(key), i, &nNodes);
+    if (!fh) return 0;
     rdbKeepNodeCount(getterName(key), &srfSet(hd, fam, i)->nNodes, nNodes, dest);
     if (dest) iopGetKeyInts(fh, "usrIds", 1, nNodes, dest);
     rdbCloseHeld(hd);

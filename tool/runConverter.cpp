@@ -171,7 +171,7 @@ Announces announcedBy(const std::string &key, const BinaryFile &in)
         if (key == known.key) return known.what;
     for (const OutVarRow &row : outVarRows)
         if (key == row.key) return Announces::reals;
-    if (isFamKey(key)) return Announces::reals;
+    if (isFamKey(key) || isSetOutKey(key)) return Announces::reals;
     in.fail("holds the key <" + key + ">, of which it is not known what stands behind it");
 }
 

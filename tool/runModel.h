@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "tool/runFamilies.h"
+#include "tool/runSetOuts.h"
 #include "tool/tokenFile.h"
 
 namespace tool {
@@ -88,6 +89,7 @@ struct RunSpec {
     bool     omitFields = false;          /* leaves out nFields: a reader takes the count before it         */
     Fields   fields = Fields::formula;
     std::vector<FamSpec> families;        /* other families of nodal output, with the same steps            */
+    std::vector<SetFamSpec> setFamilies;  /* outputs on the nodes of surface sets, with the same steps      */
     bool     top = false;                 /* writes the log of time steps                                   */
 
     /* Sets mask and counts from "velocity,pressure,species:3": names or file keys, a number of members for species,

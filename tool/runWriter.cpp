@@ -331,7 +331,7 @@ private:
     }
 };
 
-/* ---- decomposition and node lists ---- */
+/* ---- decomposition ---- */
 
 void writeDecomposition(DataFiles &files, const RunModel &model)
 {
@@ -350,20 +350,6 @@ void writeDecomposition(DataFiles &files, const RunModel &model)
         file.keyInt("nNodes", (int) nodes.size());
         file.keyInts("nodes", 1, (int) nodes.size(), nodes.data());
     }
-    file.close();
-}
-
-void writeNodeList(DataFiles &files, const RunModel &model, size_t osf)
-{
-    std::vector<int> nodes = joined(model, model.osfs[osf].members).cnn;
-    for (int &node : nodes) node = model.usrIds[node];
-    std::sort(nodes.begin(), nodes.end());
-    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
-
-    TokenFile file = files.make("_" + std::to_string(osf) + ".osn");
-    file.keyInt("nSds", model.spec.nSds);
-    file.keyInt("nNodes", (int) nodes.size());
-    file.keyInts("usrIds", 1, (int) nodes.size(), nodes.data());
     file.close();
 }
 
@@ -452,9 +438,10 @@ void writeRun(const RunModel &model)
 
     writeNodeSets(files, model);
     if (spec.nSds > 0) writeDecomposition(files, model);
-    for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(files, model, g);
+    for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(files, model, (int) g);
     for (int s = 0; s < model.nSteps(); ++s) writeStep(files, model, s);
     for (const FamSpec &fam : spec.families) writeFamily(files, model, fam);
+    for (const SetFamSpec &fam : spec.setFamilies) writeSetFamily(files, model, fam);
     if (spec.top) writeTop(files, model);
     files.close();
     ClientInfo(model).write();
