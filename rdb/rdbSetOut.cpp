@@ -25,6 +25,11 @@ static const rdbOutHdr osfHdr[] = {
     { "nFields", RDB_HDR_OPT_COUNT, &runHd::nFields, nullptr },
 };
 
+static const rdbOutHdr rayHdr[] = {
+    { "time", RDB_HDR_TIME, nullptr, nullptr },
+    { "mask", RDB_HDR_MASK, nullptr, nullptr },
+};
+
 static const rdbOutVar osfVars[] = {
     { "area",                        "area",     1, nullptr         },
     { "mass_flux",                   "massFlux", 1, nullptr         },
@@ -38,6 +43,17 @@ static const rdbOutVar osfVars[] = {
     { "convective_field_flux",       "cnvfFlux", 0, &runHd::nFields },
     { "field_flux",                  "fieldFlux", 0, &runHd::nFields },
     { "radiative_heat_flux",         "radFlux",  1, nullptr         },
+};
+
+static const rdbOutVar orfVars[] = {
+    { "area",                     "area",     1, nullptr },
+    { "heat_flux",                "heatFlux", 1, nullptr },
+    { "mean_radiant_temperature", "temp",     1, nullptr },
+};
+
+static const rdbOutVar oqfVars[] = {
+    { "area",      "area",     1, nullptr },
+    { "heat_flux", "heatFlux", 1, nullptr },
 };
 
 /* --------------------------------------------------------------------------------------------------------- files */
@@ -138,6 +154,50 @@ static int readPositions(rdbHd *hd, const char *, const rdbSetFam *fam, int i, r
     }
     rdbCloseHeld(hd);
     checkPositions(function, map, nNodes);
+    return 1;
+}
+
+/* The user ids of part p become positions in the set's list, which ascends */
+static void idsToPositions(const char *function, rdbSetMap *map, int p, int nNodes)
+{
+    for (int k = 0; k < map->nNodes[p]; ++k) {
+        int       missing;
+        const int id = map->nodes[p][k];
+        map->nodes[p][k] = sysBinFind(map->setNodes, nNodes, 1, id, &missing);
+        if (missing) sysFailIn(function, "Invalid node definition <%d> <%d>", id, k);
+    }
+}
+
+/* A file for each part, or one of all of them, tells the user ids of its nodes. There are not more parts than files. */
+static int readPartIds(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, rdbSetMap *map)
+{
+    const int nNodes = srfSet(hd, fam, i)->nNodes, nSds = hd->run->nSds;
+    char      base[SYS_TEXT], path[SYS_TEXT];
+    int       merged;
+    rdbFormat(base, "%s.%d_%d_", hd->problem, hd->run->runId, i);
+    const int form = rdbFindFormFile(hd, base, "orn", path, &merged);
+    if (!form) return 0;
+    if (!merged && nSds > hd->nFiles) return rdbFail(".orn file not found");
+    map->setNodes = memNew(int, nNodes);
+    if (!rdbSrfFams[fam->srf].nodes(hd, key, fam->srf, i, map->setNodes)) return 0;
+    for (int p = 0; p < nSds; ++p) {
+        iopHd *fh = openPart(hd, base, "orn", path, form, merged, p);
+        if (!fh) return rdbCloseHeld(hd), 0;
+        if (p == 0 && merged) iopNeed(fh, 2 * (int64_t) nSds, 's');
+        if (p == 0) newParts(map, nSds);
+        readPartNodes(fh, "usrIds", map, p);
+        idsToPositions(fam->out.valuesName, map, p, nNodes);
+    }
+    rdbCloseHeld(hd);
+    memFree(map->setNodes);
+    return 1;
+}
+
+/* One part, which has the set's nodes */
+static int wholeSet(rdbHd *hd, const char *, const rdbSetFam *fam, int i, rdbSetMap *map)
+{
+    newParts(map, 1);
+    map->nNodes[0] = srfSet(hd, fam, i)->nNodes;
     return 1;
 }
 

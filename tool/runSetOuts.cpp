@@ -214,7 +214,9 @@ void writeNodeList(DataFiles &files, const RunModel &model, int set)
     file.keyInt("nSds", model.spec.nSds);
     file.keyInt("nNodes", (int) ids.size());
     file.keyInts("usrIds", 1, (int) ids.size(), ids.data());
-    for (int sd = 0; sd < model.spec.nSds; ++sd) {
+    bool hasParts = false;                                      /* they stand there only where results need them */
+    for (const SetFamSpec &fam : model.spec.setFamilies) hasParts = hasParts || fam.ext == "osf";
+    for (int sd = 0; hasParts && sd < model.spec.nSds; ++sd) {
         const std::vector<int> positions = partPositions(model, nodes, (size_t) sd);
         file.keyInt("sdId", sd);
         file.keyInt("nNodes", (int) positions.size());

@@ -36,7 +36,7 @@ double           setOutValue(const RunModel &model, const SetFamSpec &fam, int s
                              int step);
 
 void writeSetFamily(DataFiles &files, const RunModel &model, const SetFamSpec &fam);
-/* The list of the nodes of output surface set `set`, and of those that each subdomain has */
+/* The list of the nodes of output surface set `set`, and where the run has results on them those of each subdomain */
 void writeNodeList(DataFiles &files, const RunModel &model, int set);
 
 /* a key of an array of one of these families */

@@ -13,10 +13,11 @@ namespace fs = std::filesystem;
 
 static const double untouched = -77;
 
-/* The families: extension of the files, begin of the keys, rows of the table, function name of the catalogue, the file
-   that tells the nodes of the parts of set 0 */
-static const struct SetFam { const char *ext, *stem; int nRows; const char *init, *nodes; } families[] = {
-    { "osf", "osf", 12, "rdbInitOsd", "pipe.1_0.osn" },
+/* The families: extension of the files, begin of the keys, rows of the table, function name of the catalogue */
+static const struct SetFam { const char *ext, *stem; int nRows; const char *init; } families[] = {
+    { "osf", "osf", 12, "rdbInitOsd" },
+    { "orf", "rsf", 3,  "rdbInitOrf" },
+    { "oqf", "srs", 2,  "rdbInitOqf" },
 };
 
 static std::string keyOf(const SetFam &fam, const char *what) { return fam.stem + std::string(what); }
@@ -271,6 +272,73 @@ TEST(setOut, missingNodes)
         EXPECT_EQ(pipe.num("nOsfSteps", 0), 2);
         checkRefused(".osn file not found", pipe.values(families[0], 0, 0, 0, &values));
     }
+    for (const char *name : { "pipe.1_0_0.orn.B", "pipe.1_0_1.orn.B" }) {
+        Pipe pipe(specOf("orf", 1), [&] { fs::remove(name); });
+        checkRefused(".orn file not found", pipe.values(families[1], 0, 0, 0, &values));
+    }
+}
+
+static void putIds(tool::TokenFile &f, const std::vector<int> &ids)
+{
+    f.keyInt("nNodes", (int) ids.size());
+    f.keyInts("usrIds", 1, (int) ids.size(), dataOf(ids));
+}
+
+/* One file may have the ids of all parts, behind each other */
+TEST(setOut, idsOfAllPartsInOneFile)
+{
+    const tool::RunSpec    spec = specOf("orf");
+    const tool::RunModel   model(spec);
+    const std::vector<int> nodes = setOutNodes(model, spec.setFamilies[0], 0);
+    Pipe pipe(spec, [&] {
+        tool::TokenFile f("pipe.1_0_x.orn", tool::Form::binary);
+        for (const auto &part : model.parts) {        /* the writer has the last node first */
+            std::vector<int> ids;
+            for (size_t i = nodes.size(); i-- > 0;)
+                if (std::count(part.begin(), part.end(), nodes[i])) ids.push_back(model.usrIds[nodes[i]]);
+            putIds(f, ids);
+        }
+        for (const char *name : { "pipe.1_0_0.orn.B", "pipe.1_0_1.orn.B" }) fs::remove(name);
+    });
+    for (int i = 0; i < 3; ++i) checkValues(&pipe, families[1], spec.setFamilies[0], 0, i, 1);
+}
+
+TEST(setOut, idsThatAreNotTheSets)
+{
+    const tool::RunSpec    spec = specOf("orf", 1);
+    const tool::RunModel   model(spec);
+    const int              good = model.usrIds[setOutNodes(model, spec.setFamilies[0], 0)[0]];
+    std::vector<double>    values;
+    for (int bad : { -1, 0, INT_MIN, INT_MAX }) {
+        Pipe pipe(spec, [&] {
+            tool::TokenFile f("pipe.1_0_1.orn", tool::Form::binary);
+            putIds(f, { good, bad });
+        });
+        checkFails("Invalid node definition <" + std::to_string(bad) + "> <1>",
+                   pipe.values(families[1], 0, 0, 0, &values));
+        checkFails("Function <rdb_rsfValues>", pipe.values(families[1], 0, 0, 0, &values));
+    }
+    Pipe pipe(spec, [&] {
+        tool::TokenFile f("pipe.1_0_1.orn", tool::Form::binary);
+        putIds(f, { good });
+    });
+    checkFails("Inconsistent nNodes in file <./pipe.1_9_0_1.orf>", pipe.values(families[1], 0, 0, 0, &values));
+}
+
+/* A whole set in one file: it must have as many nodes as the set */
+TEST(setOut, aFileOfOtherNodes)
+{
+    std::vector<double> values;
+    Pipe pipe(specOf("oqf", 1), [] {
+        tool::TokenFile f("pipe.1_9_0.oqf", tool::Form::binary);
+        const double    area = 1;
+        f.keyReal("time", 1);
+        f.keyInt("mask", 1);
+        f.keyInt("nNodes", 1);
+        f.keyReals("area", 1, 1, &area);
+    });
+    checkFails("Inconsistent nNodes in file <./pipe.1_9_0.oqf>: <1> vs. ", pipe.values(families[2], 0, 0, 0, &values));
+    checkValues(&pipe, families[2], pipe.model.spec.setFamilies[0], 0, 0, 1);
 }
 
 TEST(setOut, countersMustAgree)
@@ -356,6 +424,16 @@ TEST(setOut, widthsThatLie)
     pipe.hd->run->nSpecs = -1;
     checkFails("Invalid nSpecs <2000000000> in files <pipe.1_9_0_>", rdbGetInt0(pipe.hd, "nOsfVars", &n));
     EXPECT_EQ(pipe.hd->run->nSpecs, -1);
+}
+
+TEST(setOut, failuresTellTheCatalogue)
+{
+    for (const SetFam &fam : families) {
+        Pipe pipe(specOf(fam.ext, 1), [] { });
+        int  n;
+        pipe.hd->problem = (memFree(pipe.hd->problem), memDup("pi(pe"));
+        checkFails(std::string("Function <") + fam.init + ">", rdbGetInt0(pipe.hd, countOf(fam, "Vars").c_str(), &n));
+    }
 }
 
 TEST(setOut, cutFiles)
