@@ -160,6 +160,8 @@ static void freeCaches(runHd *run)
     memFree(run->cnnBuf);
     rdbDropDirs(run);
     rdbDropGrad(run);
+    rdbDropExt(run);
+    rdbDropExtInfo(run);
     rdbDropLog(&run->log);
     rdbDropLog(&run->logNew);
     for (rdbOutInfo *&info : run->out) rdbDropOutInfo(&info);

@@ -358,9 +358,9 @@ typedef struct rdbOutFam {
     const char        *initName, *valuesName;   /* the function names that failures carry */
 } rdbOutFam;
 
-/* A family of outputs on surface sets: the same files, but of one set each, `<problem>.<run>_<step>_<set>_<part>.<ext>`,
-   and where the sets' outputs have no parts `<problem>.<run>_<step>_<set>.<ext>`. The families stand in rdbSetFams.def,
-   their tables in rdbSetOut.cpp. */
+/* A family of outputs on surface sets: the same files, but of one set each,
+   `<problem>.<run>_<step>_<set>_<part>.<ext>`, and where they have no parts `<problem>.<run>_<step>_<set>.<ext>`. The
+   families stand in rdbSetFams.def, their tables in rdbSetOut.cpp. */
 typedef struct rdbSetFam {
     rdbOutFam   out;              /* extension, tables, names; its place is one in runHd::setOut */
     int         srf;              /* RDB_OSF ...: the sets                    */
@@ -558,8 +558,8 @@ int  rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const ch
 /* Reads the header of a file, whose counters must agree with the run's, and lists the variables of its mask */
 void rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head);
 /* The counters that were unset take the header's values, each one that is a width of a listed variable after a test
-   against the size of the step's files, which begin with `base` and tell of nNodes nodes. Up to RDB_USUAL_WIDTH there is
-   no such test. */
+   against the size of the step's files, which begin with `base` and tell of nNodes nodes. Up to RDB_USUAL_WIDTH there
+   is no such test. */
 enum { RDB_USUAL_WIDTH = 64 };
 void rdbKeepOutCounts(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, const rdbOutHead *head,
                       const char *base, int nNodes);
