@@ -448,6 +448,15 @@ int rdbAnyOutName(rdbHd *hd, const rdbOutFam *fam, const char *format, ...)
     return 0;
 }
 
+/* The list was made for as many steps as there are names */
+static void shrinkSteps(rdbOutInfo *info)
+{
+    int *steps = memNew(int, info->nSteps);
+    sysCopyInts(info->steps, steps, info->nSteps);
+    memFree(info->steps);
+    info->steps = steps;
+}
+
 /* A number that is no step number has no file that "%d" names. */
 int rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const char *format, ...)
 {
@@ -465,6 +474,7 @@ int rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const cha
         if (step >= INT_MIN && step <= INT_MAX) info->steps[n++] = (int) step;
     }
     info->nSteps = sysSortUniqueInts(info->steps, n);
+    shrinkSteps(info);
     info->times = memNew(double, info->nSteps);
     sysFillReals(info->times, info->nSteps, -1.0);
     return info->nSteps;

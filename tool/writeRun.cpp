@@ -65,15 +65,17 @@ void setCells(RunSpec *spec, const std::string &text)
     }
 }
 
-void setFamilies(RunSpec *spec, const std::string &text)
+/* vars: of the family; it refuses one that it does not know */
+template <class Fam> void setFamilies(std::vector<Fam> *families, const std::string &text,
+                                      std::vector<int> (*vars)(const Fam &fam))
 {
-    spec->families.clear();
+    families->clear();
     for (size_t at = 0; at <= text.size();) {
         const size_t end = std::min(text.find(',', at), text.size());
-        FamSpec fam;
+        Fam fam;
         fam.ext = text.substr(at, end - at);
-        famVars(fam);                                   /* refuses what it does not know */
-        spec->families.push_back(fam);
+        vars(fam);
+        families->push_back(fam);
         at = end + 1;
     }
 }
@@ -134,7 +136,9 @@ const Option options[] = {
     {"--omit-films", nullptr, "leaves out the header key nFilms", [](Wanted *w, Arg) { w->spec.omitFilms = true; }},
     {"--omit-fields", nullptr, "leaves out the header key nFields", [](Wanted *w, Arg) { w->spec.omitFields = true; }},
     {"--families", "LIST", "other families of output with all their variables: ora,ota,onr,odq,oae,oee,rst,ocn",
-     [](Wanted *w, Arg a) { setFamilies(&w->spec, a); }},
+     [](Wanted *w, Arg a) { setFamilies(&w->spec.families, a, famVars); }},
+    {"--set-families", "LIST", "outputs on the nodes of surface sets with all their variables: osf,orf,oqf",
+     [](Wanted *w, Arg a) { setFamilies(&w->spec.setFamilies, a, setOutVars); }},
     {"--log-steps", nullptr, "writes the log of time steps, .top", [](Wanted *w, Arg) { w->spec.top = true; }},
     {"--fields", "KIND", "formula (exact, to be checked), demo (a flow to look at) [formula]",
      [](Wanted *w, Arg a) { w->spec.fields = choice("--fields", a, fields); }},

@@ -49,6 +49,7 @@ TEST(writeRun, nonsenseIsRefusedAndNothingIsWritten)
         {"a --what",                  "unknown option <--what>"},
         {"a --families ora,xyz",      "no such family of output: xyz"},
         {"a --families ''",           "no such family of output: "},
+        {"a --set-families osf,xyz",  "no outputs on sets have the extension xyz"},
         {"a --run",                   "--run needs N"},
         {"a --run x",                 "--run: <x> is no number"},
         {"a --run 99999999999",       "--run: <99999999999> is no number from 0 to 2147483647"},
@@ -126,6 +127,20 @@ TEST(writeRun, optionsReachTheFiles)
                              "#@ SPC  \"gas_C\"", "#@ ZBC ", "#@ NBC ", "#@ PBC ", "#@ OEL ",
                              " vol 1 medium 1 volName \"hexahedra\"\n"})
         EXPECT_NE(cli.find(text), std::string::npos) << text;
+}
+
+TEST(writeRun, outputsOnSurfaceSets)
+{
+    const Result r = writeRunCommand("out --merged --set-families osf,orf,oqf --steps 2");
+    ASSERT_EQ(r.code, 0) << r.err;
+    const std::string base = "out/QUENTA.DIR/pipe.1";
+    const std::vector<Item> osf = readItems(base + "_1_0_x.osf.B"), oqf = readItems(base + "_1_0.oqf.B");
+    const std::vector<std::string> head = {"time", "mask", "nSpecs", "nFields", "nNodes", "area", "massFlux"};
+    for (size_t i = 0; i < head.size(); ++i) EXPECT_EQ(osf.at(i).key, head[i]);
+    EXPECT_EQ(osf[1].ints[0], (1 << 12) - 1);
+    EXPECT_EQ(oqf.at(2).key, "nNodes");
+    EXPECT_EQ(readItems(base + "_0_0.orn.B").at(1).key, "usrIds");
+    EXPECT_EQ(readItems(base + "_0.osn.B").at(5).key, "nodes");
 }
 
 TEST(writeRun, otherFamiliesAndTheLogOfSteps)
