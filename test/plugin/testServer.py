@@ -218,6 +218,36 @@ def movesTheMesh():
 
 
 @test
+def deliversTheExtendedList():
+    """With the option extOut: gradients, what is computed from the velocity, the other families, sets at the nodes."""
+    expect, log = write_run("--nodes", "500", "--steps", "3", "--vars", "velocity,pressure",
+                            "--families", "ora,odq,onr,oee,oae,ota", "--set-families", "osf,orf,oqf", "--log-steps")
+    options("verbose = 0\nextOut = true\n")
+    source = reader(log)
+    shown = blocks(source, 1)
+    names = set(arrays(shown[0]))
+    wanted = {"velocity": 3, "pressure": 1, "grad_velocity": 9, "grad_pressure": 3, "volume": 1,
+              "strain_rate_invariant_2": 1, "velocity_magnitude": 1, "vorticity": 3}
+    same(set(wanted) - names, set())
+    same([p for p in ("running_ave_", "residual_", "error_estimator_", "time_ave_error_", "time_ave_", "surface_",
+                      "radiation_", "solar_") if not any(n.startswith(p) for n in names)], [])
+    step = 1
+    formulas = {a["name"]: a["formulas"] for a in expect["arrays"]}
+    for grid in shown:
+        values = {n: v.reshape(len(points(grid)), -1) for n, v in arrays(grid).items()}
+        same({n: values[n].shape[1] for n in wanted}, wanted)
+        u = values["velocity"].astype(float)
+        same(numpy.allclose(values["velocity_magnitude"][:, 0], numpy.sqrt((u * u).sum(axis=1)), rtol=1e-6), True)
+        # the fields are linear in space, and what is linear has its gradient exactly but for rounding
+        for name in ("velocity", "pressure"):
+            right = [d for c0, cx, cy, cz, cs, cxs in formulas[name] for d in (cx + cxs * step, cy, cz)]
+            same(numpy.allclose(values["grad_" + name], right, rtol=1e-5, atol=1e-5), True, "grad_" + name)
+        g = values["grad_velocity"]
+        curl = numpy.stack([g[:, 7] - g[:, 5], g[:, 2] - g[:, 6], g[:, 3] - g[:, 1]], axis=1)
+        same(numpy.allclose(values["vorticity"], curl, atol=1e-5), True)
+
+
+@test
 def dataOutliveTheSource():
     options()
     expect, log = write_run("--steps", "2")
