@@ -83,7 +83,8 @@ int iopCheckFile(const char *name, int opt);
 int iopGetFileOpt(const char *name);
 
 /* The name on disk of the file that iopOpenFile(name, opt) opens: the suffix cut, the form's put there. text: 8192
-   bytes; what is longer is cut. opt: exactly one form, with IOP_BASENAME and IOP_RAW if they matter. Never fails. */
+   bytes; what is longer is cut. opt: one form, none standing for text, with IOP_BASENAME and IOP_RAW if they matter.
+   Never fails. */
 void iopGetDiskName(const char *name, int opt, char *text);
 
 /* The name on disk of the file behind a handle; a file in a container has none of its own. name: `size` bytes, of which

@@ -67,11 +67,12 @@ static const iopForm iopForms[] = {
 
 static const iopForm *const endForms = iopForms + sizeof iopForms / sizeof iopForms[0];
 
+/* An option word from a file may name no form: what is no other form is text. */
 static const iopForm *formOf(int opt)
 {
-    const iopForm *form = iopForms;
-    while ((opt & form->bits) != form->bits) ++form;
-    return form;
+    for (const iopForm *form = iopForms; form < endForms; ++form)
+        if ((opt & form->bits) == form->bits) return form;
+    return formOf(IOP_ASCII);
 }
 
 /* ---- names and suffixes ---- */

@@ -145,6 +145,7 @@ TEST(iopFile, rawKeepsTheSuffixOfFormsThatAreNotPlain)
 TEST(iopFile, diskNames)
 {
     static const struct { const char *name; int opt; const char *onDisk; } rows[] = {
+        { "p.1",     0,             "p.1"     },          /* as a line of a file may have it */
         { "d/f",   IOP_ASCII,            "d/f"   }, { "d/f.Z", IOP_ASCII,         "d/f" },
         { "d/f.B", IOP_BINARY,           "d/f.B" }, { "d/f.B", IOP_BINARY | IOP_RAW, "d/f" },
         { "d/f",   IOP_COMPRESSED,       "d/f.Z" }, { "d/f.C", IOP_HDF,           "d/f.H" },
