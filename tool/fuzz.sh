@@ -4,7 +4,8 @@
 # Without names: all targets but those whose findings may be another library's. Inputs that led somewhere new stay in
 # build/fuzz/corpus/<target> for the next time. A finding fails the script and stays in build/fuzz/findings/, beside the
 # target's own report; build/fuzz/bin/<target> FILE does it again, with FUZZ_SHOW=1 in the environment step by step.
-# FUZZ_BUILD names another folder to build and keep things in.
+# FUZZ_BUILD names another folder to build and keep things in. FUZZ_SEED starts the runs' random numbers: the same seed
+# gives the same inputs, so that a check says the same each time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tool/packages.sh
@@ -37,6 +38,7 @@ run_one() {
     if [ "$target" = "$long_runs_only" ]; then sanitizer+=:allocator_may_return_null=1 most_at_once=100000000; fi
     while left=$((end - SECONDS)) && [ "$left" -gt 0 ]; do
         if ! ASAN_OPTIONS=$sanitizer "$FUZZ_BUILD/bin/$target" -max_total_time="$left" -runs=200000 -timeout=60 \
+                 ${FUZZ_SEED:+-seed=$FUZZ_SEED} \
                  -rss_limit_mb=4096 -malloc_limit_mb=$most_at_once -artifact_prefix="$FUZZ_BUILD/findings/$target-" \
                  "$corpus" "$FUZZ_BUILD/seeds/$target" > "$log" 2>&1; then
             tail -n 60 "$log"
