@@ -219,10 +219,10 @@ def movesTheMesh():
 
 @test
 def deliversTheExtendedList():
-    """With the option extOut: gradients, what is computed from the velocity, the other families, sets at the nodes."""
+    """With the option extended_nodal_output: gradients, what is computed from the velocity, the other families, sets at the nodes."""
     expect, log = write_run("--nodes", "500", "--steps", "3", "--vars", "velocity,pressure",
                             "--families", "ora,odq,onr,oee,oae,ota", "--set-families", "osf,orf,oqf", "--log-steps")
-    options("verbose = 0\nextOut = true\n")
+    options("verbose = 0\nextended_nodal_output = true\n")
     source = reader(log)
     shown = blocks(source, 1)
     names = set(arrays(shown[0]))
