@@ -20,11 +20,14 @@
  * Waiting. The solver may still be writing. Whoever meets the end of the data, or a file to be read that is not there,
  * waits a second and looks again, twice at most (sixty times with IOP_LONG_WAIT) in one call, and fails then ("EOF
  * ..."). The exceptions, which tell the end of the data by their result at once: iopGetIfStr, iopGetLine, and the
- * functions of optional items.
+ * functions of optional items. In a text a word, number or line that reaches to the end of the file may be cut: all
+ * functions read it anew after a second, and take it as it stands if the file ends at the same place then.
  *
  * Counts and sizes below 0 fail. Tables are given as n1 columns and n2 rows, stored row by row: n1 runs fastest. */
 
 #include <stdint.h>
+#include <sys/types.h>
+#include <time.h>
 
 /* The option word: exactly one form, and at least one of read and write (both: read wins). */
 enum {
@@ -55,6 +58,15 @@ enum {
 typedef struct iopHd  iopHd;      /* fields: iop/iopInt.h */
 typedef struct iopDir iopDir;
 
+/* Which file it is: its place, its size and its last change. The time of the contents can be put back; the time of the
+   record of the file cannot. */
+typedef struct iopFileId {
+    dev_t           dev;
+    ino_t           ino;
+    off_t           size;
+    struct timespec changed, recordChanged;
+} iopFileId;
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -67,8 +79,9 @@ iopHd *iopNew(const char *name, int opt);
 
 /* Opens a file. A suffix of the name is cut and the form's own is put there (none for text, none for a raw binary one).
    A binary file's tag is read and checked, or written; an HDF5 file must have its groups, or gets them. A compressed
-   file that is not there shows as the end of the data. Fails as iopNew does, and if the file cannot be had. The caller
-   owns the handle up to iopCloseFile. */
+   file that is not there shows as the end of the data. An HDF5 file that is there but not whole fails at once, without
+   waiting; other handles that have it open as it was before it changed lose it: they can be closed but no longer read.
+   Fails as iopNew does, and if the file cannot be had. The caller owns the handle up to iopCloseFile. */
 iopHd *iopOpenFile(const char *name, int opt);
 
 /* Closes and recycles; also removes the file with IOP_DELETE. Fails for a closed handle, and if what was written did
@@ -101,6 +114,15 @@ int     iopLeastBytes(int opt, int size);
 int64_t iopFileSize(const char *name);
 int     iopFileTime(const char *name);
 
+/* What tells a file on the disk from another one, or from itself after a change; 0, and an id of zeros, if there is
+   none of exactly this name. Never fails. */
+int iopLookAt(const char *name, iopFileId *id);
+int iopSameFile(const iopFileId *a, const iopFileId *b);                /* 1 or 0; never fails */
+
+/* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not. Never
+   fails. */
+int iopIsSettled(const iopFileId *id);
+
 /* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. Fails as
    iopSetLoc does. */
 void iopRewind(iopHd *hd);
@@ -118,8 +140,10 @@ const char *iopFileName(const iopHd *hd);
    its suffix. opt: IOP_READ, or with a container opened to write IOP_WRITE, which replaces a file of that name, or
    IOP_WRITE | IOP_APPEND, which goes on behind its last data set; of the forms only IOP_HDF may be set, and need not.
    What else stands in opt counts as for iopOpenFile. The caller owns the handle up to iopCloseFile; the container must
-   stay open as long. Fails if it is no container, if only the file is to be written, and if the file is not there or
-   cannot be made. */
+   stay open as long. A container that is read and has changed on the disk is opened anew first: files of it that were
+   opened before can be closed but no longer read. Fails if it is no container, if only the file is to be written, if
+   the file is not there or cannot be made, and if the container cannot be opened anew, for which it waits and which is
+   tried again with the next file. */
 iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt);
 
 /* How many files are in a container, and the name of one, index from 0, in HDF5's own order by name; text: 8192 bytes.
@@ -149,7 +173,7 @@ void iopCloseDir(iopDir *dir);
    may hold blanks. */
 void iopGetStrF(iopHd *hd, char *text);
 
-/* The same without waiting and without quotes: 1 if a string came, 0 at the end of the data. */
+/* The same without waiting for one to come, and without quotes: 1 if a string came, 0 at the end of the data. */
 int iopGetIfStr(iopHd *hd, char *text);
 
 /* The rest of the line without its end ("\n" or "\r\n"), for text only: 1, or 0 at the end of the data. Fails if the

@@ -18,6 +18,7 @@
 #include <stdarg.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include "base/cvt.h"
 #include "base/mem.h"
@@ -199,8 +200,9 @@ iopHd *iopNew(const char *name, int opt)
     hd->dataStart = hd->recMetaLoc = 0;
     hd->form = form;
     hd->ahead.start = hd->ahead.pos = hd->ahead.size = 0;
+    hd->ahead.end = -1;
     hd->pid = 0;
-    hd->sharesFile = 0;
+    hd->sharesFile = hd->settled = 0;
     hd->next = NULL;
     return hd;
 }
@@ -272,6 +274,40 @@ int iopFileTime(const char *name)
 {
     struct stat st;
     return stat(name, &st) == 0 ? (int) st.st_mtime : 0;
+}
+
+int iopLookAt(const char *name, iopFileId *id)
+{
+    struct stat st;
+    memset(id, 0, sizeof *id);
+    if (stat(name, &st) != 0) return 0;
+    id->dev = st.st_dev;
+    id->ino = st.st_ino;
+    id->size = st.st_size;
+    id->changed = st.st_mtim;
+    id->recordChanged = st.st_ctim;
+    return 1;
+}
+
+static int sameTime(const struct timespec *a, const struct timespec *b)
+{
+    return a->tv_sec == b->tv_sec && a->tv_nsec == b->tv_nsec;
+}
+
+int iopSameFile(const iopFileId *a, const iopFileId *b)
+{
+    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && sameTime(&a->changed, &b->changed) &&
+           sameTime(&a->recordChanged, &b->recordChanged);
+}
+
+/* The time of the last change tells one change from the next only after a while: a tenth of a second, or two where
+   the file system counts whole seconds. Until then a file could change again unseen. */
+int iopIsSettled(const iopFileId *id)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const double age = (double) (now.tv_sec - id->changed.tv_sec) + 1e-9 * (double) (now.tv_nsec - id->changed.tv_nsec);
+    return age > (id->changed.tv_nsec ? 0.1 : 2.0);
 }
 
 const char *iopFileInfo(iopHd *hd)

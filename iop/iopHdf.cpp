@@ -14,7 +14,7 @@
  * Ids. Those that a handle keeps are in the handle. All others are given to `hold` as soon as they are made and go by
  * `release`, on the way out and before a failure: a jump leaves none behind.
  *
- * In this file: ids, opening and closing, files of a container, finding a data set, strings, numbers, parts and rows,
+ * In this file: ids, closing and opening, files of a container, finding a data set, strings, numbers, parts and rows,
  * writing, locations. */
 
 #include "iop/iopInt.h"
@@ -89,6 +89,56 @@ static hid_t openOrMakeGroup(hid_t group, const char *name)
     return id >= 0 ? id : makeGroup(group, name);
 }
 
+/* ---- closing ---- */
+
+/* The handles that have a file open to read. HDF5 has a file open once, however often it was opened: it goes on with
+   what the first one saw of it. */
+static iopHd *readers;
+
+static void removeReader(iopHd *hd)
+{
+    iopHd **at = &readers;
+    while (*at && *at != hd) at = &(*at)->next;
+    if (*at) *at = hd->next;
+    hd->next = NULL;
+}
+
+/* Names come one by one, but for each of them HDF5 counts from the first: so they are read at once when the first is
+   asked for, and those that follow in turn are taken from here. */
+static struct {
+    const iopHd *container;                 /* null: no names are held                  */
+    char        *text;                      /* names with their zeros                   */
+    size_t       room, used, pos;
+    int          next;                      /* index of the name at pos                 */
+} names;
+
+static void forgetNames(const iopHd *hd)
+{
+    if (names.container == hd) names.container = NULL;
+}
+
+/* The strong close takes along what was opened through the file: the files of a container that is closed before them
+   have nothing left to close, and all that was written to them is in the file. */
+int iopHdfClose(iopHd *hd)
+{
+    int written = 1;
+    errno = 0;
+    release();
+    forgetNames(hd);
+    removeReader(hd);
+    if (H5Iis_valid(hd->hdfData) != 0) H5Gclose(hd->hdfData);
+    if (H5Iis_valid(hd->hdfFile) != 0) {
+        if (hd->opt & IOP_WRITE) written = H5Fflush(hd->hdfFile, H5F_SCOPE_LOCAL) >= 0;
+        if (!hd->sharesFile) {
+            if (H5Iis_valid(hd->hdfFiles) != 0) H5Gclose(hd->hdfFiles);
+            if (H5Fclose(hd->hdfFile) < 0) written = 0;
+        }
+    }
+    hd->hdfFile = hd->hdfFiles = hd->hdfData = -1;
+    if (!written && !errno) errno = EIO;
+    return written;
+}
+
 /* ---- opening ---- */
 
 /* The solver may hold the file that we read, or want it while we do: a lock would make one of the two fail. Before
@@ -122,15 +172,48 @@ static hid_t openToRead(const char *name, hid_t access)
     return H5Fopen(name, H5F_ACC_RDONLY, access);
 }
 
-static void openFile(iopHd *hd, const char *name)
+/* Null, or the text of the failure, with a place for the name */
+static const char *openFile(iopHd *hd, const char *name)
 {
     const hid_t access = start() < 0 ? -1 : hold(H5Pcreate(H5P_FILE_ACCESS));
-    if (access < 0) hdfGiveUp(hd, "Unable to set property; file %s", name);
-    if (setProperties(access) < 0) hdfGiveUp(hd, "Error setting properties; file %s", name);
+    if (access < 0) return "Unable to set property; file %s";
+    if (setProperties(access) < 0) return "Error setting properties; file %s";
     H5check_version(H5_VERS_MAJOR, H5_VERS_MINOR, H5_VERS_RELEASE);
     hd->hdfFile = hd->opt & IOP_READ ? openToRead(name, access)
                                      : H5Fcreate(name, H5F_ACC_TRUNC, H5P_DEFAULT, access);
-    if (hd->hdfFile < 0) hdfGiveUp(hd, "Unable to open HDF5 file %s", name);
+    return hd->hdfFile < 0 ? "Unable to open HDF5 file %s" : NULL;
+}
+
+/* Who has the file open as it was before it changed lets it go, or we would not see the change. */
+static void takeFromReaders(const iopHd *hd)
+{
+    for (iopHd *r = readers, *next; r; r = next) {
+        next = r->next;
+        if (r->id.dev == hd->id.dev && r->id.ino == hd->id.ino && !iopSameFile(&r->id, &hd->id)) iopHdfClose(r);
+    }
+}
+
+/* The file and its groups, in the same way. What is looked at before is at worst an older state than the one that is
+   read, which shows at the next look. */
+static const char *openTree(iopHd *hd, const char *name)
+{
+    hd->settled = iopLookAt(name, &hd->id) && iopIsSettled(&hd->id);
+    if (hd->opt & IOP_READ) takeFromReaders(hd);
+    const char *failure = openFile(hd, name);
+    if (failure) return failure;
+    const hid_t root = hold(H5Gopen2(hd->hdfFile, "/", H5P_DEFAULT));
+    if (root < 0) return "Unable to access root; file %s";
+    hd->hdfData = hd->opt & IOP_READ ? openGroup(root, dataGroup) : makeGroup(root, dataGroup);
+    if (hd->hdfData < 0) return "Unable to access data node in file %s";
+    if (hd->opt & IOP_HDF_CONTAINER) {
+        hd->hdfFiles = openOrMakeGroup(root, filesGroup);
+        if (hd->hdfFiles < 0) return "Unable to access FILES in file %s";
+    }
+    if (hd->opt & IOP_READ) {
+        hd->next = readers;
+        readers = hd;
+    }
+    return NULL;
 }
 
 /* Appending has no meaning for a whole file: it is written anew. It has for the files of a container. */
@@ -138,50 +221,9 @@ void iopHdfOpen(iopHd *hd, int *budget)
 {
     char name[SYS_NAME + 8];
     iopDiskName(hd, name, sizeof name);
-    openFile(hd, name);
-    const hid_t root = hold(H5Gopen2(hd->hdfFile, "/", H5P_DEFAULT));
-    if (root < 0) hdfGiveUp(hd, "Unable to access root; file %s", name);
-    hd->hdfData = hd->opt & IOP_READ ? openGroup(root, dataGroup) : makeGroup(root, dataGroup);
-    if (hd->hdfData < 0) hdfGiveUp(hd, "Unable to access data node in file %s", name);
-    if (hd->opt & IOP_HDF_CONTAINER) {
-        hd->hdfFiles = openOrMakeGroup(root, filesGroup);
-        if (hd->hdfFiles < 0) hdfGiveUp(hd, "Unable to access FILES in file %s", name);
-    }
+    const char *failure = openTree(hd, name);
+    if (failure) hdfGiveUp(hd, failure, name);
     release();
-}
-
-/* Names come one by one, but for each of them HDF5 counts from the first: so they are read at once when the first is
-   asked for, and those that follow in turn are taken from here. */
-static struct {
-    const iopHd *container;                 /* null: no names are held                  */
-    char        *text;                      /* names with their zeros                   */
-    size_t       room, used, pos;
-    int          next;                      /* index of the name at pos                 */
-} names;
-
-static void forgetNames(const iopHd *hd)
-{
-    if (names.container == hd) names.container = NULL;
-}
-
-/* The strong close takes along what was opened through the file: the files of a container that is closed before them
-   have nothing left to close, and all that was written to them is in the file. */
-int iopHdfClose(iopHd *hd)
-{
-    int written = 1;
-    errno = 0;
-    release();
-    forgetNames(hd);
-    if (H5Iis_valid(hd->hdfData) != 0) H5Gclose(hd->hdfData);
-    if (H5Iis_valid(hd->hdfFile) != 0) {
-        if (hd->opt & IOP_WRITE) written = H5Fflush(hd->hdfFile, H5F_SCOPE_LOCAL) >= 0;
-        if (!hd->sharesFile) {
-            if (H5Iis_valid(hd->hdfFiles) != 0) H5Gclose(hd->hdfFiles);
-            if (H5Fclose(hd->hdfFile) < 0) written = 0;
-        }
-    }
-    if (!written && !errno) errno = EIO;
-    return written;
 }
 
 /* ---- files of a container ---- */
@@ -234,6 +276,33 @@ static void goBehindLast(iopHd *hd)
     }
 }
 
+/* Has nobody a file of the container open? Of its own it has two groups. */
+static int isUnused(const iopHd *container)
+{
+    const ssize_t n = H5Fget_obj_count(container->hdfFile, H5F_OBJ_GROUP | H5F_OBJ_LOCAL);
+    return n >= 0 && n <= 2;
+}
+
+/* HDF5 goes on with what it has seen of a file, although somebody writes it: where a data set was there may be another
+   one by now. So a container that changed is opened anew; so is one that may have changed unseen since it was opened,
+   being too young for its times to tell, unless that would take a file from somebody who reads it. The groups of files
+   that are open then go with it. One that was good once is waited for: it is being written. */
+static void renew(iopHd *container, const char *name)
+{
+    iopFileId now;
+    int budget = iopBudget(container);
+    if (!(container->opt & IOP_READ)) return;
+    const int isOpen = container->hdfFiles >= 0, there = iopLookAt(name, &now);
+    if (isOpen && !there) return;                       /* removed, it stays what it was as long as we have it open */
+    if (isOpen && iopSameFile(&now, &container->id) && (container->settled || !isUnused(container))) return;
+    iopHdfClose(container);
+    while (const char *failure = openTree(container, name)) {
+        iopHdfClose(container);
+        if (!iopWait(&budget)) iopFail(container, failure, name);
+    }
+    release();
+}
+
 /* The group of a file within its container, held. */
 static hid_t openMember(iopHd *hd, const char *container)
 {
@@ -260,6 +329,8 @@ iopHd *iopOpenHdfFile(iopHd *container, const char *name, int opt)
     iopDiskName(container, onDisk, sizeof onDisk);
     if (!(opt & IOP_READ) && !(container->opt & IOP_WRITE))
         sysFail("Container and file read/write options are incompatible: %s and %s", onDisk, name);
+    container->function = __func__;
+    renew(container, onDisk);
 
     const char *slash = strrchr(name, '/');
     iopHd *hd = iopNew(slash ? slash + 1 : name, opt | IOP_HDF);
@@ -424,6 +495,17 @@ static void checkSize(iopHd *hd, hdfSet *set, int64_t n)
         hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
 }
 
+/* Of a file that was cut since it was opened HDF5 reads zeros where there is nothing any more. To be asked behind the
+   read. */
+static int wasCut(const iopHd *hd)
+{
+    hsize_t bytes;
+    void *fd;
+    struct stat st;
+    if (H5Fget_filesize(hd->hdfFile, &bytes) < 0 || H5Fget_vfd_handle(hd->hdfFile, H5P_DEFAULT, &fd) < 0) return 1;
+    return fstat(*(int *) fd, &st) != 0 || (hsize_t) st.st_size < bytes;
+}
+
 /* ---- strings ---- */
 
 SYS_NORETURN static void tooBig(iopHd *hd)
@@ -437,7 +519,8 @@ static void readFixed(iopHd *hd, const hdfSet *set, char *text)
     const size_t size = H5Tget_size(set->type);
     const H5T_str_t pad = H5Tget_strpad(set->type);
     if (size > SYS_TEXT) tooBig(hd);
-    if (size == 0 || pad == H5T_STR_ERROR || H5Dread(set->id, set->type, H5S_ALL, H5S_ALL, H5P_DEFAULT, text) < 0)
+    if (size == 0 || pad == H5T_STR_ERROR ||
+        H5Dread(set->id, set->type, H5S_ALL, H5S_ALL, H5P_DEFAULT, text) < 0 || wasCut(hd))
         hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
     size_t length = strnlen(text, size);
     if (length == SYS_TEXT) tooBig(hd);
@@ -589,7 +672,7 @@ static void readValues(iopHd *hd, const hdfSet *set, const iopNum *num, hid_t me
 {
     const int came = readNumbers(set, num, memory, file, dest);
     if (came == 0) hdfFail(hd, "value out of range in data set <%s>; %s", set->name, iopFileInfo(hd));
-    if (came < 0) hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
+    if (came < 0 || wasCut(hd)) hdfFail(hd, "Unable to read data set for <%s>; %s", set->name, iopFileInfo(hd));
 }
 
 /* The set that was named, which must hold n numbers. With add, as in iopForm::getRows, one text is another. */
@@ -685,7 +768,6 @@ void iopHdfGetRows(iopHd *hd, int n, int m, int first, int some, int add, double
     countUp(hd);
 }
 
-/* Could n values stand in the file, packed as densely as can be? The numbers of values are compared by each read. */
 /* Could n values stand in the file, packed as densely as can be? The numbers of values are compared by each read. */
 int iopHdfHolds(iopHd *hd, int64_t n, int size)
 {

@@ -21,6 +21,7 @@ typedef struct iopAhead {
     int64_t start;                          /* location of data[0] in the stream                            */
     int     pos, size;                      /* bytes taken, bytes held                                      */
     int     failed;                         /* the last read did not meet the end: it could not be done     */
+    int64_t end;                            /* an end of the data at which a token was waited for; -1: none */
 } iopAhead;
 
 struct iopHd {
@@ -42,7 +43,9 @@ struct iopHd {
     iopAhead        ahead;
     pid_t           pid;                    /* the program at the other end of a pipe; 0: none              */
     int             sharesFile;             /* hdfFile and hdfFiles belong to the container's handle        */
-    iopHd          *next;                   /* in the list of closed handles                                */
+    iopFileId       id;                     /* of an HDF5 file that is read, just before it was opened      */
+    int             settled;                /* what is written to it after that shows in its times          */
+    iopHd          *next;                   /* in the list of closed handles, or of HDF5 files being read   */
 };
 
 /* A kind of number. The text form reads it by `scan`: one number from the read position to dest (null: dropped) with

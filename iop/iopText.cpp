@@ -9,7 +9,10 @@
  * these are converted where they stand, one behind the other (iopScan...s). A number that is anything else, or that
  * reaches to the end of the piece, is looked at byte by byte (iopScan...), and only this way decides what a token is.
  *
- * A token that the end of the data cuts short counts as whole, as with scanf, if it is a number or a word so far.
+ * A token or line that reaches to the end of the data may be the head of one that is still being written: "1.2" of
+ * "1.25". It is read anew after a second; if the data end at the same place then it counts as whole, as with scanf,
+ * since a file may lack its last newline. This waits once for each such end, and never where white space follows.
+ *
  * Reals out of range become what strtod makes of them; an integer out of range fails. */
 
 #include "iop/iopInt.h"
@@ -71,6 +74,25 @@ static int nextToken(iopHd *hd)
     return c < 0 ? 0 : 1;
 }
 
+/* ---- the end of the data ---- */
+
+/* Does what was just read reach to the end of the data, so that it may go on when its writer does? */
+static int mayGoOn(const iopHd *hd)
+{
+    const iopAhead *a = &hd->ahead;
+    return a->pos == a->size && a->start + a->pos != a->end;
+}
+
+/* Back to where it began, after a second, unless the budget is used up: then 0. The bytes are asked for anew. A pipe
+   has no more to give, but the file behind it has, to a program that is started anew. */
+static int lookAgain(iopHd *hd, int64_t start, int *budget)
+{
+    const int64_t end = iopStreamGetLoc(hd);
+    if (!iopWait(budget)) return 0;
+    hd->ahead.end = end;
+    return hd->form->setLoc(hd, start, 1);
+}
+
 /* ---- strings and lines ---- */
 
 SYS_NORETURN static void failTooBig(iopHd *hd, char *text)
@@ -79,10 +101,11 @@ SYS_NORETURN static void failTooBig(iopHd *hd, char *text)
     iopFail(hd, "string too big <%d>", SYS_TEXT);
 }
 
-/* One word as "%s" takes it; 0 at the end of the data. */
-static int getWord(iopHd *hd, char *text)
+/* One word as "%s" takes it, and where it begins; 0 at the end of the data. */
+static int getWord(iopHd *hd, char *text, int64_t *start)
 {
     if (!nextToken(hd)) return 0;
+    *start = iopStreamGetLoc(hd);
     int n = 0;
     for (int c; (c = byteAt(hd, 0)) >= 0 && !isWhite(c); hd->ahead.pos++) {
         if (n == SYS_TEXT - 1) failTooBig(hd, text);
@@ -114,24 +137,44 @@ static void getQuoted(iopHd *hd, char *text, int *budget)
 
 int iopTextGetStr(iopHd *hd, char *text, int must)
 {
-    if (!must) return getWord(hd, text);
     int budget = iopBudget(hd);
-    while (!getWord(hd, text))
-        if (!iopWait(&budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
-    if (text[0] == '"') getQuoted(hd, text, &budget);
-    return 1;
+    for (;;) {
+        int64_t start;
+        if (getWord(hd, text, &start)) {
+            if (must && text[0] == '"') {
+                getQuoted(hd, text, &budget);
+                return 1;
+            }
+            if (!mayGoOn(hd)) return 1;
+            if (lookAgain(hd, start, &budget)) continue;
+        } else {
+            if (!must) return 0;
+            if (iopWait(&budget)) continue;
+        }
+        iopFail(hd, "EOF %s", iopFileInfo(hd));
+    }
+}
+
+/* The next bytes up to a newline, or as many as fit. *ended: the data end behind them. */
+static int getBytes(iopHd *hd, char *text, int size, int *ended)
+{
+    int n = 0, c = 0;
+    while (n < size - 1 && c != '\n' && (c = byteAt(hd, 0)) >= 0) {
+        hd->ahead.pos++;
+        text[n++] = (char) c;
+    }
+    text[n] = 0;
+    *ended = c < 0;
+    return n;
 }
 
 int iopTextGetLine(iopHd *hd, char *text, int size)
 {
     if (size < 2) iopFail(hd, "Buffer overflow <%d>; %s", size, iopFileInfo(hd));
-    int n = 0, c = -1;
-    while (n < size - 1 && (c = byteAt(hd, 0)) >= 0) {
-        hd->ahead.pos++;
-        text[n++] = (char) c;
-        if (c == '\n') break;
-    }
-    text[n] = 0;
+    const int64_t start = iopStreamGetLoc(hd);
+    int budget = iopBudget(hd), ended, n;
+    while ((n = getBytes(hd, text, size, &ended)) > 0 && ended && mayGoOn(hd))
+        if (!lookAgain(hd, start, &budget)) iopFail(hd, "EOF %s", iopFileInfo(hd));
     if (n == 0) return 0;
     if (text[n - 1] == '\n') {
         text[--n] = 0;
@@ -388,6 +431,17 @@ int64_t iopScanFloats(iopHd *hd, void *dest, int64_t n) { return scanWhole(hd, (
 
 /* ---- any count of numbers ---- */
 
+/* One number, as iopNum::scan tells; -1 also if it went on and on at the end of the data. */
+static int scanOne(iopHd *hd, const iopNum *num, void *dest, int *budget)
+{
+    const int64_t start = iopStreamGetLoc(hd);
+    for (;;) {
+        const int came = num->scan(hd, dest);
+        if (came < 1 || !mayGoOn(hd)) return came;
+        if (!lookAgain(hd, start, budget)) return -1;
+    }
+}
+
 /* A null dest: the numbers are dropped. */
 void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
 {
@@ -395,7 +449,7 @@ void iopTextGetNums(iopHd *hd, const iopNum *num, void *dest, int64_t n)
     for (int64_t i = 0; i < n; ) {
         char *to = dest ? (char *) dest + i * num->size : NULL;
         int64_t came = num->scanWhole(hd, to, n - i);
-        if (came == 0) came = num->scan(hd, to);
+        if (came == 0) came = scanOne(hd, num, to, &budget);
         if (came > 0) {
             i += came;
         } else if (came < 0 || !iopWait(&budget)) {

@@ -266,6 +266,23 @@ TEST_F(sysMachineTest, waitingGoesThroughTheSleeper)
     EXPECT_EQ(testSlept(), 3);
 }
 
+/* What is in force before anybody asks for another one */
+static sysSleeper sleeperNow()
+{
+    const sysSleeper now = sysSetSleeper(nullptr);
+    sysSetSleeper(now);
+    return now;
+}
+
+static const sysSleeper sleeperOfTheProduct = sleeperNow();
+
+TEST_F(sysMachineTest, theProductReallySleeps)
+{
+    const sysSleeper former = sysSetSleeper(nullptr);
+    EXPECT_EQ(sleeperOfTheProduct, sysSetSleeper(former));
+    EXPECT_EQ(sysMach.nanosleep, ::nanosleep);
+}
+
 /* The system's sleep, which a signal ends early once. */
 static std::vector<struct timespec> naps;
 

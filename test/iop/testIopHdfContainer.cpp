@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <climits>
 #include <cstring>
@@ -299,6 +300,160 @@ TEST_F(iopHdfContainer, mayBeClosedBeforeItsFiles)
     EXPECT_EQ(getInt(wall), 5);
     iopCloseFile(wall);
     iopCloseFile(all);
+}
+
+/* ---- containers that are written while they are read ---- */
+
+/* A container whose files hold these values, over what is there: the same file on the disk, with other bytes. old: so
+   long ago that its times tell the next change. */
+static void writeBox(const std::vector<std::pair<const char *, int>> &members, bool old)
+{
+    remove("new.C");
+    for (const auto &member : members) Stream("new.C", member.first).i({ member.second });
+    testWrite("box.C", testRead("new.C"));
+    const struct timespec times[2] = { { 1000000000 + (time_t) members.size(), 1 }, { 1000000000, 1 } };
+    if (old) utimensat(AT_FDCWD, "box.C", times, 0);
+}
+
+static int readMember(iopHd *box, const char *name)
+{
+    iopHd *hd = iopOpenHdfFile(box, name, IOP_READ);
+    const int value = getInt(hd);
+    iopCloseFile(hd);
+    return value;
+}
+
+TEST_F(iopHdfContainer, thatChangedIsOpenedAnew)
+{
+    for (bool old : { true, false }) {
+        writeBox({ { "a", 1 }, { "b", 2 } }, old);
+        iopHd *box = openHdf("box.C");
+        iopHd *a = iopOpenHdfFile(box, "a", IOP_READ);
+        EXPECT_EQ(readMember(box, "b"), 2);
+        writeBox({ { "a", 3 }, { "b", 4 }, { "c", 5 } }, old);
+        EXPECT_EQ(readMember(box, "c"), 5);
+        EXPECT_EQ(readMember(box, "b"), 4);
+        EXPECT_EQ(iopGetNHdfFiles(box), 3);
+        checkFails("Unable to open data set for <0>; in hdf file <a> token <0>", getInt(a));
+        iopCloseFile(a);
+        a = iopOpenHdfFile(box, "a", IOP_READ);
+        EXPECT_EQ(getInt(a), 3);
+        iopCloseFile(a);
+        iopCloseFile(box);
+    }
+}
+
+TEST_F(iopHdfContainer, thatWasReplacedIsOpenedAnew)
+{
+    writeBox({ { "a", 1 } }, true);
+    iopHd *box = openHdf("box.C");
+    EXPECT_EQ(readMember(box, "a"), 1);
+    rename("box.C", "old.C");
+    EXPECT_EQ(readMember(box, "a"), 1);                     /* removed, it is still what we have open */
+    writeBox({ { "a", 2 } }, true);
+    EXPECT_EQ(readMember(box, "a"), 2);
+    iopCloseFile(box);
+}
+
+TEST_F(iopHdfContainer, thatIsDamagedForAWhileIsOpenedAgain)
+{
+    char text[SYS_TEXT];
+    writeBox({ { "a", 1 } }, true);
+    iopHd *box = openHdf("box.C");
+    iopHd *a = iopOpenHdfFile(box, "a", IOP_READ);
+    const std::string head = testRead("box.C").substr(0, 700);
+    for (const std::string &damaged : { head, std::string("no HDF5 at all"), std::string() }) {
+        testWrite("box.C", damaged);
+        checkFails("Unable to open HDF5 file box.C", iopOpenHdfFile(box, "a", IOP_READ));
+        checkFails("in hdf-container file <box>", iopGetNHdfFiles(box));
+        checkFails("Unable to get the file name; index <0>; ", iopGetHdfFileName(box, text, 0));
+    }
+    Stream("none.H").i({ 1 });
+    testWrite("box.C", testRead("none.H"));
+    checkFails("Unable to access FILES in file box.C", iopOpenHdfFile(box, "a", IOP_READ));
+    iopCloseFile(a);
+    testWhenSleeping([] { writeBox({ { "a", 2 } }, true); });
+    EXPECT_EQ(readMember(box, "a"), 2);
+    EXPECT_EQ(iopGetNHdfFiles(box), 1);
+    iopCloseFile(box);
+    waits = 4 * 2 + 1;
+}
+
+/* One that is younger than its times can tell is opened anew with each file, but not from under a reader. */
+TEST_F(iopHdfContainer, thatIsYoungIsOpenedAnewWhenNobodyReads)
+{
+    for (bool old : { true, false }) {
+        writeBox({ { "a", 1 }, { "b", 2 } }, old);
+        iopHd *box = openHdf("box.C");
+        const int64_t before = box->hdfFile;
+        iopHd *a = iopOpenHdfFile(box, "a", IOP_READ);
+        const int64_t opened = box->hdfFile;
+        EXPECT_EQ(opened == before, old);
+        EXPECT_EQ(readMember(box, "b"), 2);
+        EXPECT_EQ(box->hdfFile, opened);
+        EXPECT_EQ(getInt(a), 1);
+        iopCloseFile(a);
+        iopCloseFile(box);
+    }
+}
+
+/* HDF5 would give zeros for what is no longer there. */
+TEST_F(iopHdfContainer, filesThatAreCutWhileTheyAreReadAreNotFilledUp)
+{
+    static double values[4000];
+    char text[SYS_TEXT];
+    const struct { const char *file, *member; } rows[] = { { "cut.H", nullptr }, { "cut.C", "a" } };
+    for (const auto &row : rows) {
+        remove(row.file);
+        const Reals reals(4000, 0.5);
+        const std::string word(3000, 'x');
+        if (row.member) Stream(row.file, row.member).r(reals, { 4000, 1 }).s(word).i({ 5 });
+        else Stream(row.file).r(reals, { 4000, 1 }).s(word).i({ 5 });
+        iopHd *box = openHdf(row.file), *hd = row.member ? iopOpenHdfFile(box, row.member, IOP_READ) : box;
+        iopGetRealF(hd, values, 4000);
+        EXPECT_EQ(values[3999], 0.5);
+        iopGetStrF(hd, text);
+        EXPECT_EQ(text, word);
+        EXPECT_EQ(getInt(hd), 5);
+        iopRewind(hd);
+        EXPECT_EQ(truncate(row.file, (off_t) iopFileSize(row.file) / 3), 0);
+        checkFails("Unable to read data set for <0>; ", iopGetRealF(hd, values, 4000));
+        checkFails("Unable to read data set for <1>; ", iopGetStrF(hd, text));
+        checkFails("Unable to read data set for <2>; ", getInt(hd));
+        iopCloseFile(hd);
+        if (row.member) iopCloseFile(box);
+    }
+}
+
+/* HDF5 opens a file once for all: whoever has it open as it was must not be what others see. */
+TEST_F(iopHdfContainer, handlesDoNotKeepAnOldStateForOthers)
+{
+    writeBox({ { "a", 1 } }, true);
+    iopHd *first = openHdf("box.C"), *same = openHdf("box.C");
+    iopHd *a = iopOpenHdfFile(first, "a", IOP_READ);
+    writeBox({ { "a", 2 }, { "b", 3 } }, true);
+    iopHd *second = openHdf("box.C");
+    EXPECT_EQ(readMember(second, "b"), 3);
+    EXPECT_EQ(readMember(second, "a"), 2);
+    checkFails("Unable to open data set for <0>; ", getInt(a));
+    iopCloseFile(a);
+    for (iopHd *box : { first, same }) {
+        EXPECT_EQ(readMember(box, "b"), 3);
+        EXPECT_EQ(readMember(box, "a"), 2);
+    }
+    for (iopHd *box : { first, second, same }) iopCloseFile(box);
+
+    Stream("x.H").i({ 7 });
+    testWrite("y.H", testRead("x.H"));
+    iopHd *old = openHdf("y.H");
+    Stream("x.H").i({ 8 }).i({ 9 });
+    testWrite("y.H", testRead("x.H"));
+    iopHd *now = openHdf("y.H");
+    EXPECT_EQ(getInt(now), 8);
+    EXPECT_EQ(getInt(now), 9);
+    checkFails("Unable to open data set for <0>; ", getInt(old));
+    iopCloseFile(old);
+    iopCloseFile(now);
 }
 
 /* ---- files ---- */
