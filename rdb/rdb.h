@@ -141,7 +141,8 @@ RDB_API int rdbGetInfo(rdbHd *hd, const char *key, int *type, int *needsRun, int
      d1, d2                capacity of the caller's array, d1 for one dimension and d1 times d2 for two, in any order;
                            larger than needed is fine. -1 for both: not stated and not tested. No capacity at all (0)
                            succeeds and reads nothing
-   An answer is always whole: what is written is what rdbGetDims tells.
+   An answer is always whole: what is written is what rdbGetDims tells. Only of "oelCnn" the end may stay as it was: an
+   element that is none of its volume's makes no row.
    They fail with, in the order of the tests:
      "rdb not initialized"                            no handle, or not one of ours
      "%s not found"                                   no such key

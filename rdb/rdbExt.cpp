@@ -137,7 +137,7 @@ static int findTime(rdbHd *hd, int outIdx, setRequest *r)
         !rdbGetInt1(hd, "step", &firstStep, 0)) return 0;
     const int64_t i = (int64_t) r->outStep - firstStep;
     if (i < 0) return 1;
-    if (i > INT_MAX || !rdbGetReal1(hd, "timeInc", &timeInc, (int) i)) return 0;
+    if (!rdbGetReal1(hd, "timeInc", &timeInc, i < INT_MAX ? (int) i : INT_MAX)) return 0;
     r->time -= (1.0 - alpha) * timeInc;
     return 1;
 }

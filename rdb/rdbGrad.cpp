@@ -36,7 +36,8 @@ typedef struct elemWalk {
     void              (*visit)(rdbHd *hd, const elemBlock *block);
 } elemWalk;
 
-/* The work arrays are the run's: a failure that jumps out of here loses nothing. */
+/* The work arrays are the run's: a failure that jumps out of here loses nothing. The gradient that is kept for the next
+   request is not among them: it belongs to the step's files. */
 void rdbDropGrad(runHd *run)
 {
     rdbGrad *work = &run->grad;
@@ -279,6 +280,34 @@ static int getGradient(rdbHd *hd, int iVar, int iStep, double *dest)
     return projectAll(hd, &gradients, width, dim, dest);
 }
 
+/* The file of the coordinates; 0 if it cannot be said what it is */
+static int lookAtCrd(rdbHd *hd, rdbFileId *id)
+{
+    const char *name = hd->run->crdFile;
+    return name && rdbLookAtFile(hd, name, iopGetFileOpt(name), id) && rdbIsSettled(id);
+}
+
+/* That of the first output variable, of three components, at *grad: nNodes rows of 9. Clients ask for several arrays
+   that are made of it. So the last one is kept while the files that it is made of stay as they are. */
+static int getVelocityGradient(rdbHd *hd, int iStep, const double **grad)
+{
+    rdbGrad  *work = &hd->run->grad;
+    rdbFileId before, after;
+    int       step;
+    if (!rdbGetInt1(hd, "outStep", &step, iStep)) return 0;
+    const int known = lookAtCrd(hd, &before);
+    *grad = known && rdbSameFile(&before, &work->crdFile) ? rdbKeptGrad(hd, &outOut, step) : NULL;
+    if (*grad) return 1;
+
+    memFree(work->grad);
+    *grad = work->grad = memNew(double, 9 * (int64_t) hd->run->nNodes);
+    if (!getGradient(hd, 0, iStep, work->grad)) return 0;
+    if (!known || !lookAtCrd(hd, &after) || !rdbSameFile(&before, &after)) return 1;
+    work->crdFile = before;
+    rdbKeepGrad(hd, &outOut, step, &work->grad);
+    return 1;
+}
+
 /* --------------------------------------------------------------------------------- what is projected: CFL number */
 
 /* Media in which the flow is solved */
@@ -317,22 +346,24 @@ static void visitCfl(rdbHd *hd, const elemBlock *block)
 
 static const elemWalk cflNumbers = { &rdbVolSet::linTpl, isFluid, visitCfl };
 
-/* The increment of the time step at which an output step was written; step 0 is written before the first one */
+/* The increment of the time step at which an output step was written. Step 0 is written before the first one, which
+   stands for it, in the failure too. */
 static int findTimeInc(rdbHd *hd, int iStep, double *timeInc)
 {
-    int outStep, nSteps, step;
-    if (!rdbGetInt1(hd, "outStep", &outStep, iStep) || !rdbGetInt0(hd, "nSteps", &nSteps)) return 0;
-    const int wanted = outStep == 0 ? 1 : outStep;
+    int wanted, nSteps, step;
+    if (!rdbGetInt1(hd, "outStep", &wanted, iStep) || !rdbGetInt0(hd, "nSteps", &nSteps)) return 0;
+    if (wanted == 0) wanted = 1;
     for (int i = 0; i < nSteps; ++i) {
         if (!rdbGetInt1(hd, "step", &step, i)) return 0;
         if (step == wanted) return rdbGetReal1(hd, "timeInc", timeInc, i);
     }
-    return rdbFail("No matching time step found for output step <%d>", outStep);
+    return rdbFail("No matching time step found for output step <%d>", wanted);
 }
 
 static int getCfl(rdbHd *hd, int iStep, double *dest)
 {
     int dim;
+    sysZeroReals(dest, hd->run->nNodes);
     if (!findTimeInc(hd, iStep, &hd->run->grad.timeInc) || !readValues(hd, 0, iStep, &dim)) return 0;
     if (dim != 3) return rdbFail("Inconsistent velocity of width <%d> vs <%d>", dim, 3);
     return projectAll(hd, &cflNumbers, 1, 3, dest);
@@ -381,30 +412,42 @@ static void magnitude(const double *u, double *to)
     to[0] = sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
 }
 
-/* One of the above at all nodes, of the first output variable, which is the velocity where the list has these */
-static int fromVelocity(rdbHd *hd, int iStep, int isGradient, int width, void (*make)(const double *from, double *to),
-                        double *dest)
+static int getVelocity(rdbHd *hd, int iStep, const double **vel)
 {
-    rdbGrad  *work = &hd->run->grad;
-    const int nNodes = hd->run->nNodes;
-    int       dim;
+    int dim;
+    const int done = readValues(hd, 0, iStep, &dim);
+    *vel = hd->run->grad.values;
+    return done;
+}
+
+/* One of the above at all nodes, of the first output variable, which is the velocity where the list has these: nTo
+   values each, from the nFrom that `get` gets */
+static int fromVelocity(rdbHd *hd, int iStep, int (*get)(rdbHd *hd, int iStep, const double **from), int nFrom,
+                        void (*make)(const double *from, double *to), int nTo, double *dest)
+{
+    const double *from;
+    int           dim;
     if (!rdbGetInt1(hd, "outVarDim", &dim, 0)) return 0;
     if (dim != 3) return rdbFail("Inconsistent velocity of width <%d> vs <%d>", dim, 3);
-    if (isGradient) {
-        memFree(work->grad);
-        work->grad = memNew(double, 9 * (int64_t) nNodes);
-        if (!getGradient(hd, 0, iStep, work->grad)) return 0;
-    } else if (!readValues(hd, 0, iStep, &dim)) {
-        return 0;
-    }
-    for (int i = 0; i < nNodes; ++i)
-        make(isGradient ? work->grad + 9 * (int64_t) i : work->values + 3 * (int64_t) i, dest + (int64_t) i * width);
+    if (!get(hd, iStep, &from)) return 0;
+    for (int i = 0; i < hd->run->nNodes; ++i) make(from + (int64_t) i * nFrom, dest + (int64_t) i * nTo);
     return 1;
 }
 
-static int getStrainRate(rdbHd *hd, int iStep, double *dest) { return fromVelocity(hd, iStep, 1, 1, strainRate, dest); }
-static int getMagnitude (rdbHd *hd, int iStep, double *dest) { return fromVelocity(hd, iStep, 0, 1, magnitude, dest); }
-static int getVorticity (rdbHd *hd, int iStep, double *dest) { return fromVelocity(hd, iStep, 1, 3, vorticity, dest); }
+static int getStrainRate(rdbHd *hd, int iStep, double *dest)
+{
+    return fromVelocity(hd, iStep, getVelocityGradient, 9, strainRate, 1, dest);
+}
+
+static int getMagnitude(rdbHd *hd, int iStep, double *dest)
+{
+    return fromVelocity(hd, iStep, getVelocity, 3, magnitude, 1, dest);
+}
+
+static int getVorticity(rdbHd *hd, int iStep, double *dest)
+{
+    return fromVelocity(hd, iStep, getVelocityGradient, 9, vorticity, 3, dest);
+}
 
 /* The last one has no name: no list has it. */
 static const struct {
@@ -432,16 +475,27 @@ int rdbGetOutAux(rdbHd *hd, int aux, int iStep, double *dest)
 
 /* --------------------------------------------------------------------------------------------------- the getters */
 
-extern "C" {
-
-/* The volume always; the others where the first output variable is the velocity, the first row of the table */
-RDB_GETTER(rdb_nOutAuxVars)
+/* The velocity is the first row of the table */
+static int isVelocity(rdbHd *hd, int iVar)
 {
-    if (!rdbInitOut(hd)) return 0;
     const rdbOutInfo *info = hd->run->out[RDB_OUT_OUT];
-    return rdbPutInt(data, info->nVars > 0 && info->varIds[0] == 0 ? N_LISTED : 1);
+    return info && iVar < info->nVars && info->varIds[iVar] == 0;
 }
 
+/* The velocity is the first of the list, if it is there */
+static int getGradValues(rdbHd *hd, int iVar, int iStep, double *dest)
+{
+    const double *grad;
+    if (!isVelocity(hd, iVar)) return getGradient(hd, iVar, iStep, dest);
+    if (!getVelocityGradient(hd, iStep, &grad)) return 0;
+    memcpy(dest, grad, 9 * sizeof *dest * (size_t) hd->run->nNodes);
+    return 1;
+}
+
+extern "C" {
+
+/* The volume always; the others where the first output variable is the velocity */
+RDB_GETTER(rdb_nOutAuxVars)   { return rdbInitOut(hd) && rdbPutInt(data, isVelocity(hd, 0) ? N_LISTED : 1); }
 RDB_GETTER(rdb_outAuxVarName) { return rdbPutText(data, auxTable[i1].name); }
 RDB_GETTER(rdb_outAuxVarDim)  { return rdbPutInt(data, auxTable[i1].dim); }
 RDB_GETTER(rdb_outAuxValues)  { return rdbGetOutAux(hd, i1, i2, (double *) data); }
@@ -449,7 +503,7 @@ RDB_GETTER(rdb_outAuxValues)  { return rdbGetOutAux(hd, i1, i2, (double *) data)
 RDB_GETTER(rdb_outGradValues)
 {
     rdbDropGrad(hd->run);
-    const int done = getGradient(hd, i1, i2, (double *) data);
+    const int done = getGradValues(hd, i1, i2, (double *) data);
     rdbDropGrad(hd->run);
     return done;
 }

@@ -502,6 +502,13 @@ static int stepOfName(const char *name, const char *head, const char *tail)
     return end > name + length && step >= 0 && step <= INT_MAX && strcmp(end, tail) == 0 ? (int) step : -1;
 }
 
+/* The form of the run's data files; an option word that names none stands for text */
+static int runForm(rdbHd *hd)
+{
+    const int form = hd->run->opt & IOP_FORMS;
+    return form ? form : IOP_ASCII;
+}
+
 /* The names of the last scan do not count: this follows a solver at work */
 int rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam)
 {
@@ -509,7 +516,7 @@ int rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam)
     int  newest = -1;
     rdbFormat(head, "%s.%d_", hd->problem, hd->run->runId);
     rdbFormat(first, "_0.%s", fam->ext);
-    iopGetDiskName(first, hd->run->opt & IOP_FORMS, tail);
+    iopGetDiskName(first, runForm(hd), tail);
     iopDir *dir = iopOpenDir(hd->dir);
     while (const char *name = iopReadDir(dir)) newest = std::max(newest, stepOfName(name, head, tail));
     iopCloseDir(dir);
@@ -520,23 +527,19 @@ int rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam)
 
 int rdbFindOutPart(rdbHd *hd, const rdbOutFam *fam, const char *base, int part)
 {
-    char      name[SYS_TEXT], path[SYS_TEXT], diskName[SYS_TEXT];
-    rdbFileId id;
+    char name[SYS_TEXT];
+    if (fam->newest) return runForm(hd);
     rdbFormat(name, "%s%d.%s", base, part, fam->ext);
-    if (!fam->newest) return rdbFindFile(hd, name);
-    rdbFormat(path, "%s/%s", hd->dir, name);
-    const int form = hd->run->opt & IOP_FORMS;
-    rdbDiskName(hd, path, form, diskName);
-    return rdbLookAt(diskName, &id) ? form : 0;
+    return rdbFindFile(hd, name);
 }
 
 int rdbFindOutFirst(rdbHd *hd, const rdbOutFam *fam, const char *base, char *path, int *merged)
 {
+    rdbFileId id;
     if (!fam->newest) return rdbFindFormFile(hd, base, fam->ext, path, merged);
     *merged = 0;
     rdbFormat(path, "%s/%s0.%s", hd->dir, base, fam->ext);
-    const int form = rdbFindOutPart(hd, fam, base, 0);
-    return form ? form : rdbFail(".%s file not found", fam->ext);
+    return rdbLookAtFile(hd, path, runForm(hd), &id) ? runForm(hd) : rdbFail(".%s file not found", fam->ext);
 }
 
 /* -------------------------------------------------------------------------------------------------------- masks */
@@ -584,16 +587,17 @@ static int64_t mostReals(rdbHd *hd, const char *path, int opt)
    subdomains has the parts that are there. */
 static int64_t stepReals(rdbHd *hd, const rdbOutFam *fam, const char *base)
 {
-    char path[SYS_TEXT];
-    int  merged;
-    int  opt = rdbFindOutFirst(hd, fam, base, path, &merged);
+    char      path[SYS_TEXT];
+    int       merged;
+    rdbFileId id;
+    int       opt = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!opt || merged) return opt ? mostReals(hd, path, opt) : -1;
     const int nSds = hd->run->nSds;
     int64_t   n = 0;
     for (int p = 0; nSds < 1 || p < nSds; ++p) {
         opt = rdbFindOutPart(hd, fam, base, p);
-        if (!opt) return nSds > 0 ? -1 : n;
         rdbFormat(path, "%s/%s%d.%s", hd->dir, base, p, fam->ext);
+        if (!opt || !rdbLookAtFile(hd, path, opt, &id)) return nSds > 0 ? -1 : n;
         const int64_t more = mostReals(hd, path, opt);
         n = more < INT64_MAX - n ? n + more : INT64_MAX;
     }

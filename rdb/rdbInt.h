@@ -201,7 +201,9 @@ typedef struct rdbSetMap {        /* which nodes of a surface set the parts of i
     int  *setNodes;               /* user ids of the set's nodes, ascending, while the map is made */
 } rdbSetMap;
 
-typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbOut.cpp */
+typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbStep.cpp */
+
+typedef iopFileId rdbFileId;
 
 typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
     int     nMesh, nNodes;        /* nodes of the mesh, of the set           */
@@ -214,6 +216,7 @@ typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
 typedef struct rdbGrad {          /* work arrays while rdbGrad.cpp works */
     double *crd;                  /* a row of 3 for each node                */
     double *values, *grad;        /* of the variable, of the velocity: a row for each node */
+    rdbFileId crdFile;            /* the coordinates' file, of which the gradient that is kept is made */
     double *weight;               /* one for each node                       */
     double *detW, *points;        /* of the points of a block of elements    */
     double *elemValues;           /* the variable at the nodes of a block    */
@@ -247,10 +250,11 @@ typedef struct rdbExtWork {       /* work arrays while rdbExt.cpp brings sets to
 
 /* ------------------------------------------------------------------------------------------------------- the run */
 
-enum { RDB_N_FILE_TIMES = 15 };
+enum { RDB_TOP_FILE, RDB_N_FILE_TIMES = 15 };               /* files that are watched: rdbUpdate.cpp */
 
 typedef struct runHd {
     int    runId;
+    rdbFileId cliId;                                                /* the client information file as it was read */
     char  *date, *dir, *version, *title, *subTitle, *baseUnit;      /* null if the line is absent */
     int    opt;                                                     /* form of the data files     */
     int    pmcOrder;
@@ -288,7 +292,8 @@ typedef struct runHd {
     rdbList oel;                                                    /* rdbOel                      */
     rdbOutInfo   *out[RDB_N_OUT_FAMS];
     rdbOutInfo   *outNew;         /* catalogue that is being built                                 */
-    rdbStepFiles *stepFiles;
+    rdbStepFiles *stepFiles;      /* those that were used last stand first                         */
+    int           nStepOpen[2];   /* how many of them are open: files, and pipes                   */
     rdbOutInfo   *setOut[RDB_N_SET_OUTS];                           /* the variables; steps are each set's */
     rdbSetMap    *setMapNew;      /* map that is being made                                        */
     iopHd *reading;               /* the file that a getter reads now, or that one left by a jump  */
@@ -358,6 +363,23 @@ typedef struct rdbOutFam {
     const char        *initName, *valuesName;   /* the function names that failures carry */
 } rdbOutFam;
 
+/* An array of a step, in the files of its parts. The rows of a part go to rows of the answer. */
+typedef struct rdbStepArray {
+    const rdbOutFam *fam;
+    uint64_t    present;          /* as in rdbOutInfo                         */
+    int         step;             /* its number                               */
+    const char *base;             /* what the names of the step's files begin with; without parts: all of the name */
+    int         hasParts, merged; /* merged: one file has all parts           */
+    int         var, width;       /* row of the family's table; reals per row */
+    int         nParts;
+    const int  *nNodes;           /* rows of each part                        */
+    int *const *nodes;            /* where they go; null: all of them in order */
+    const int  *first;            /* where the rows of a part go in order from, or -1; null: -1 for all */
+    int         add;              /* rows that meet are added, else the last one counts */
+    int         covers;           /* the parts have every row of the answer   */
+    int         nRows;            /* of the answer                            */
+} rdbStepArray;
+
 /* A family of outputs on surface sets: the same files, but of one set each,
    `<problem>.<run>_<step>_<set>_<part>.<ext>`, and where they have no parts `<problem>.<run>_<step>_<set>.<ext>`. The
    families stand in rdbSetFams.def, their tables in rdbSetOut.cpp. */
@@ -379,20 +401,13 @@ typedef struct rdbOutHead {       /* a header as read                         */
     int    counts[RDB_MAX_OUT_HDR];   /* by row of the header table           */
 } rdbOutHead;
 
-/* Which file it is: its place, its size and its last change. The time of the contents can be put back; the time of the
-   record of the file cannot. */
-typedef struct rdbFileId {
-    dev_t           dev;
-    ino_t           ino;
-    off_t           size;
-    struct timespec changed, recordChanged;
-} rdbFileId;
-
 struct rdbHd {
     int     magic;
     char   *problem, *dir, *pdir, *savedCwd;
     int     dirDepth, verbose, runId, remote;
     int     lastUpdate, dirTime;
+    rdbFileId dirId;              /* of dir, just before its names were read  */
+    int     dirSettled;           /* what is made in dir after that shows in its time */
     int     nFiles, nRunFiles, nAuxFiles, nUndefFiles;
     char  **files;                /* run files, auxiliary files, the rest; each part sorted by bytes */
     char  **auxFiles, **undefFiles;
@@ -431,8 +446,14 @@ const rdbKeyRow *rdbFindKey(const char *name);
 
 /* rdbUpdate.cpp: reads the directory: its files, the runs and trace runs in it. 1; what fails does not return */
 int  rdbUpdateDir(rdbHd *hd);
+/* What a getter that reads a watched file stores in runHd::fileTimes[file] when it has read it; asked for before it is
+   opened, so that rdbUpdate tells all that comes after. 0 if the last scan did not see it. */
+int  rdbWatchedTime(rdbHd *hd, int file);
 /* Closes the containers, what the open run has open first, and forgets all names of files; runs and trace runs stay */
 void rdbDropFiles(rdbHd *hd);
+
+/* rdbOpenRun.cpp: 1 if the client information file of the open run is there and is not the one that was read */
+int  rdbRunChanged(const rdbHd *hd);
 
 /* rdbCli.cpp, rdbSets.cpp: the client information file */
 char *rdbNewCliFile(rdbHd *hd, const char *token);
@@ -485,6 +506,8 @@ void   rdbDropDirs(runHd *run);
 /* The form bit of the first listed name that begins with `name`, run files before auxiliary ones before the rest; 0 if
    there is none. */
 int    rdbFindFile(rdbHd *hd, const char *name);
+/* Is there a listed name that is just this one? */
+int    rdbIsListed(const rdbHd *hd, const char *name);
 /* Finds <base>0.<ext>, or else <base>x.<ext>, which *merged tells (1 also if there is neither). path: SYS_TEXT bytes,
    takes the file's path without the form's suffix. The form bit, or 0 and ".<ext> file not found". */
 int    rdbFindFormFile(rdbHd *hd, const char *base, const char *ext, char *path, int *merged);
@@ -503,7 +526,11 @@ iopHd *rdbOpenListedFile(rdbHd *hd, const char *name);
 int    rdbDiskName(rdbHd *hd, const char *path, int opt, char *name);
 /* What tells a file on the disk from another one, or from itself after a change; 0 if there is none of that name */
 int    rdbLookAt(const char *name, rdbFileId *id);
+/* The same of the file that rdbOpenDirFile opens by that path */
+int    rdbLookAtFile(rdbHd *hd, const char *path, int opt, rdbFileId *id);
 int    rdbSameFile(const rdbFileId *a, const rdbFileId *b);
+/* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not */
+int    rdbIsSettled(const rdbFileId *id);
 /* Opens a name of the directory to read, in the form of the run's data files, and waits long for it */
 iopHd *rdbOpenRunFile(rdbHd *hd, const char *name);
 /* A name or path of at most SYS_TEXT bytes. One that is cut is no file's: names on disk are far shorter. */
@@ -570,8 +597,9 @@ double rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int for
 void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head);
 /* What the names of a step's files begin with, "<problem>.<run>_<step>_"; base: SYS_TEXT bytes */
 void rdbOutBase(rdbHd *hd, int step, char *base);
-/* rdbFindFile and rdbFindFormFile for a family's files, whose names begin with `base`; those of the newest step are
-   looked for on the disk, in the form of the run's data files, and have no merged form */
+/* rdbFindFile and rdbFindFormFile for a family's files, whose names begin with `base`. Those of the newest step have
+   the form of the run's data files, and no merged form. Its first part is looked for on the disk; the others are taken
+   to come, so that whoever opens one waits for its writer. */
 int  rdbFindOutPart(rdbHd *hd, const rdbOutFam *fam, const char *base, int part);
 int  rdbFindOutFirst(rdbHd *hd, const rdbOutFam *fam, const char *base, char *path, int *merged);
 /* The newest step that lies in the directory now, of a family of the newest step; -1 if there is none */
@@ -579,12 +607,25 @@ int  rdbNewestOutStep(rdbHd *hd, const rdbOutFam *fam);
 /* Reals per node of a variable; var: row of the family's table */
 int  rdbOutVarWidth(rdbHd *hd, const rdbOutFam *fam, int var);
 void rdbDropOutInfo(rdbOutInfo **info);
-/* Drops what the run keeps between two requests, or was left with by a jump: open files, half a catalogue, ids */
-void rdbDropReading(runHd *run);
 
 #define OUT_FAM(CACHE, Fam, fam, ...) extern const rdbOutFam fam##Fam;
 #include "rdb/rdbOutFams.def"
 #undef OUT_FAM
+
+/* rdbStep.cpp */
+
+/* Reads an array to data, nRows rows of width; rows that no part has are zero. The values are those of one state of the
+   files, as far as these tell: an array whose files change is read anew, twice after a second's wait. 1, or 0 and
+   ".<ext> file not found" or "file <%s> changed while it was read"; may not return. The first leaves in data what had
+   been read, the second zeros. Files stay open for the next array of the step. */
+int  rdbReadStep(rdbHd *hd, const rdbStepArray *array, double *data);
+/* What was computed from a step of a family on the run's nodes, kept as long as the files of the step are and stay what
+   they were: null if there is nothing. To keep it (the last reading must have been one of that step) takes it from the
+   caller, or leaves it there if it is not sure what the files are. */
+const double *rdbKeptGrad(rdbHd *hd, const rdbOutFam *fam, int step);
+void          rdbKeepGrad(rdbHd *hd, const rdbOutFam *fam, int step, double **grad);
+/* Drops what the run keeps between two requests, or was left with by a jump: open files, half a catalogue, ids */
+void rdbDropReading(runHd *run);
 
 /* rdbSetOut.cpp */
 void rdbDropSetMap(rdbSetMap **map);

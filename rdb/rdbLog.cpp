@@ -95,7 +95,7 @@ static int initLog(rdbHd *hd)
     if (run->log) return 1;
     rdbFormat(name, "%s.%d.top", hd->problem, run->runId);
     rdbFormat(path, "%s/%s.%d.top", hd->dir, hd->problem, run->runId);
-    const int opt = rdbFindFile(hd, name);
+    const int opt = rdbFindFile(hd, name), time = rdbWatchedTime(hd, RDB_TOP_FILE);
     if (!opt) return rdbFail(".top file not found");
     rdbDropLog(&run->logNew);
     run->logNew = memNewZ(rdbLogInfo, 1);
@@ -104,6 +104,7 @@ static int initLog(rdbHd *hd)
     rdbCloseHeld(hd);
     run->log = run->logNew;
     run->logNew = NULL;
+    run->fileTimes[RDB_TOP_FILE] = time;
     return 1;
 }
 

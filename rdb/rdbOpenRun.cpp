@@ -12,6 +12,8 @@
 #include <limits.h>
 #include <string.h>
 
+enum { CLI_WAITS = 2 };              /* seconds */
+
 static int isListed(const rdbHd *hd, int runId)
 {
     int missing = 1;
@@ -55,12 +57,26 @@ static int64_t longestLine(const char *path)
     return longest;
 }
 
+static void cliPath(const rdbHd *hd, char *path)
+{
+    rdbFormat(path, "%s/%s.%d.cli", hd->dir, hd->problem, hd->runId);
+}
+
+int rdbRunChanged(const rdbHd *hd)
+{
+    char      path[SYS_TEXT];
+    rdbFileId id;
+    cliPath(hd, path);
+    return rdbLookAt(path, &id) && !rdbSameFile(&id, &hd->run->cliId);
+}
+
 /* The file, held by the run, and a buffer that its lines fit in */
 static iopHd *openCli(rdbHd *hd)
 {
     char path[SYS_TEXT];
-    snprintf(path, sizeof path, "%s/%s.%d.cli", hd->dir, hd->problem, hd->runId);
+    cliPath(hd, path);
     rdbCli *cli = hd->run->cli;
+    rdbLookAt(path, &hd->run->cliId);
     iopHd  *fh = rdbHoldFile(hd, iopOpenFile(path, IOP_READ | IOP_ASCII));
 
     const int64_t longest = longestLine(path);
@@ -71,10 +87,37 @@ static iopHd *openCli(rdbHd *hd)
     return fh;
 }
 
-static void readPass(rdbHd *hd, iopHd *fh, int pass)
+/* Returns whether there is a line that says that this is the end */
+static int readPass(rdbHd *hd, iopHd *fh, int pass)
 {
     const rdbCli *cli = hd->run->cli;
-    while (iopGetLine(fh, cli->line, cli->lineSize) && rdbReadCliLine(hd, cli->line, pass)) {}
+    while (iopGetLine(fh, cli->line, cli->lineSize))
+        if (!rdbReadCliLine(hd, cli->line, pass)) return 1;
+    return 0;
+}
+
+/* Written so short a while ago that the solver may be at it still */
+static int isFresh(const rdbFileId *id)
+{
+    return (int64_t) sysTime() - id->changed.tv_sec <= CLI_WAITS;
+}
+
+/* The run's record and its file, with pass one done. A file may lack the line that ends it; but one that lacks it and
+   was written just now is read anew as long as it grows, since half a file is a smaller run without anything to show
+   for it. */
+static iopHd *beginRun(rdbHd *hd, int runId)
+{
+    rdbFileId before = {};
+    for (int nWaits = 0;; ++nWaits) {
+        newRun(hd, runId);
+        iopHd *fh = openCli(hd);
+        if (readPass(hd, fh, 1)) return fh;
+        const rdbFileId now = hd->run->cliId;
+        if (nWaits == CLI_WAITS || !isFresh(&now) || rdbSameFile(&now, &before)) return fh;
+        before = now;
+        rdbCloseRun(hd);
+        sysSleep(1);
+    }
 }
 
 int rdbOpenRun(rdbHd *hd, int runId)
@@ -85,9 +128,7 @@ int rdbOpenRun(rdbHd *hd, int runId)
     if (hd->run) rdbCloseRun(hd);
 
     rdbEnter(hd);
-    newRun(hd, runId);
-    iopHd *fh = openCli(hd);
-    readPass(hd, fh, 1);
+    iopHd *fh = beginRun(hd, runId);
     rdbReconcileSets(hd);
     iopRewind(fh);
     readPass(hd, fh, 2);

@@ -8,7 +8,8 @@
  * border of two subdomains has the sum of both. Which nodes a part has is told by files of the set, which are read once
  * and tested: whoever scatters by these maps need not look again.
  *
- * What is being built hangs from the run until it is whole; a failure that jumps out leaves no half of it behind.
+ * What is being built hangs from the run until it is whole; a failure that jumps out leaves no half of it behind. The
+ * files of a step are read, and kept open, by rdbStep.cpp.
  *
  * In this file: the tables, files, maps, the catalogue, values, times, the families, the getters. */
 
@@ -85,18 +86,6 @@ static int findFirst(rdbHd *hd, const rdbSetFam *fam, const char *base, char *pa
     return findFile(hd, base, fam->out.ext, path);
 }
 
-/* The held file that has part p of those whose first was found; of one that has them all the next part begins where the
-   part before has been left */
-static iopHd *openPart(rdbHd *hd, const char *base, const char *ext, const char *firstPath, int form, int merged, int p)
-{
-    char name[SYS_TEXT], path[SYS_TEXT];
-    if (merged && p > 0) return hd->run->reading;
-    if (p == 0) return rdbHoldFile(hd, rdbOpenReadFile(hd, firstPath, form));
-    rdbFormat(name, "%s%d.%s", base, p, ext);
-    form = findFile(hd, name, ext, path);
-    return form ? rdbHoldFile(hd, rdbOpenReadFile(hd, path, form)) : NULL;
-}
-
 /* ---------------------------------------------------------------------------------------------------------- maps */
 
 void rdbDropSetMap(rdbSetMap **map)
@@ -168,6 +157,18 @@ static void idsToPositions(const char *function, rdbSetMap *map, int p, int nNod
     }
 }
 
+/* The held file of the node ids of part p, of those whose first was found; in one of all parts the next part begins
+   where the part before has been left */
+static iopHd *openIds(rdbHd *hd, const char *base, const char *firstPath, int form, int merged, int p)
+{
+    char name[SYS_TEXT], path[SYS_TEXT];
+    if (merged && p > 0) return hd->run->reading;
+    if (p == 0) return rdbHoldFile(hd, rdbOpenReadFile(hd, firstPath, form));
+    rdbFormat(name, "%s%d.orn", base, p);
+    form = findFile(hd, name, "orn", path);
+    return form ? rdbHoldFile(hd, rdbOpenReadFile(hd, path, form)) : NULL;
+}
+
 /* A file for each part, or one of all of them, tells the user ids of its nodes. There are not more parts than files. */
 static int readPartIds(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, rdbSetMap *map)
 {
@@ -181,7 +182,7 @@ static int readPartIds(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, 
     map->setNodes = memNew(int, nNodes);
     if (!rdbSrfFams[fam->srf].nodes(hd, key, fam->srf, i, map->setNodes)) return 0;
     for (int p = 0; p < nSds; ++p) {
-        iopHd *fh = openPart(hd, base, "orn", path, form, merged, p);
+        iopHd *fh = openIds(hd, base, path, form, merged, p);
         if (!fh) return rdbCloseHeld(hd), 0;
         if (p == 0 && merged) iopNeed(fh, 2 * (int64_t) nSds, 's');
         if (p == 0) newParts(map, nSds);
@@ -305,24 +306,6 @@ static rdbOutInfo *stepsOf(rdbHd *hd, const rdbSetFam *fam, int i)
 
 /* -------------------------------------------------------------------------------------------------------- values */
 
-/* Adds the rows of variable `var` in part p to their nodes. Every key below must stand in the file; in one of all parts
-   those above, if they are there, stand before the next part. */
-static void addPart(const rdbSetFam *fam, iopHd *fh, const rdbSetMap *map, int p, int var, int width, int merged,
-                    double *data)
-{
-    const rdbOutVar *vars = fam->out.vars;
-    rdbOutHead       head;
-    int              nNodes;
-    rdbReadOutHead(fh, &fam->out, NULL, &head);
-    iopGetKeyInt(fh, "nNodes", &nNodes);
-    if (nNodes != map->nNodes[p])
-        sysFailIn(fam->out.valuesName, "Inconsistent nNodes in file <%s>: <%d> vs. <%d> of subdomain <%d>",
-                  iopFileName(fh), nNodes, map->nNodes[p], p);
-    for (int k = 0; k < var; ++k) iopSkipReals(fh, vars[k].key);
-    iopAddRealsIndexed(fh, vars[var].key, width, nNodes, map->nodes[p], data);
-    for (int k = var + 1; merged && k < fam->out.nVars; ++k) iopSkipRealsIf(fh, vars[k].key);
-}
-
 /* i: set, iVar, iStep: positions in the list of variables and in the set's list of steps. A run without subdomains has
    no part to read, but a step whose file cannot be opened fails all the same. */
 static int getValues(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, int iVar, int iStep, double *data)
@@ -331,21 +314,19 @@ static int getValues(rdbHd *hd, const char *key, const rdbSetFam *fam, int i, in
     int  nNodes, merged;
     const rdbOutInfo *steps = stepsOf(hd, fam, i);
     if (!steps || !rdbNSrfNodes(hd, key, fam->srf, i, &nNodes)) return 0;
-    const int var = hd->run->setOut[fam->out.cache]->varIds[iVar], width = rdbOutVarWidth(hd, &fam->out, var);
-    memset(data, 0, sizeof *data * (size_t) nNodes * (size_t) width);
+    const rdbOutInfo *vars = hd->run->setOut[fam->out.cache];
+    const int         var = vars->varIds[iVar], width = rdbOutVarWidth(hd, &fam->out, var);
+    const int         step = steps->steps[iStep];
+    if (nNodes > 0 && width > 0) memset(data, 0, sizeof *data * (size_t) nNodes * (size_t) width);
 
-    stepBase(hd, fam, i, steps->steps[iStep], base);
+    stepBase(hd, fam, i, step, base);
     const int form = findFirst(hd, fam, base, path, &merged);
     if (!form || !loadMap(hd, key, fam, i)) return 0;
     const rdbSetMap *map = srfSet(hd, fam, i)->map;
-    if (map->nParts < 1) rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
-    for (int p = 0; p < map->nParts; ++p) {
-        iopHd *fh = openPart(hd, base, fam->out.ext, path, form, merged, p);
-        if (!fh) return rdbCloseHeld(hd), 0;
-        addPart(fam, fh, map, p, var, width, merged, data);
-    }
-    rdbCloseHeld(hd);
-    return 1;
+    if (map->nParts < 1) iopCloseFile(rdbOpenReadFile(hd, path, form));
+    const rdbStepArray array = { &fam->out, vars->present, step, base, fam->hasParts, merged, var, width, map->nParts,
+                                 map->nNodes, map->nodes, NULL, 1, 0, nNodes };
+    return rdbReadStep(hd, &array, data);
 }
 
 /* --------------------------------------------------------------------------------------------------------- times */

@@ -6,9 +6,14 @@
  * and stay open to the next scan: the files in them count as files of the directory.
  *
  * rdbUpdate looks at the time of the directory, which moves whenever the solver makes a file. If it moved, the names
- * are read anew and the open run is opened anew, which drops all that was cached. So they are if a container is
- * another file than the one that was opened. A file that grows does not move the directory's time: the files of a run
+ * are read anew and the open run is opened anew, which drops all that was cached. So they are if a container, or the
+ * run's client information file, is another one than was read. A file that grows does not move the directory's time: the files of a run
  * that grow with each step are a table, and the time of each is looked at by itself.
+ *
+ * What counts are whole seconds, in which a solver makes many files. Where finer parts of the time say that there may
+ * be a new file all the same, or the time was too fresh at the scan to tell, the names are read once more; only one
+ * that was not seen before makes a change. A file that is gone makes none: what was read from it stays until the run
+ * closes.
  *
  * A scan gives its arrays to the handle as it fills them, and counts them only when they stand: a failure in the middle
  * leaves a handle that knows less, never one that points nowhere.
@@ -121,12 +126,20 @@ static void addName(rdbHd *hd, const char *name, int *room)
     ++hd->nFiles;
 }
 
+/* The next name in a directory, but those of itself and of its parent; null at the end */
+static const char *nextName(iopDir *dir)
+{
+    const char *name;
+    do name = iopReadDir(dir);
+    while (name && (!strcmp(name, ".") || !strcmp(name, "..")));
+    return name;
+}
+
 static void readNames(rdbHd *hd, int *room)
 {
     hd->files = memNew(char *, *room);
     iopDir *dir = iopOpenDir(hd->dir);
-    while (const char *name = iopReadDir(dir))
-        if (strcmp(name, ".") && strcmp(name, "..")) addName(hd, name, room);
+    while (const char *name = nextName(dir)) addName(hd, name, room);
     iopCloseDir(dir);
 }
 
@@ -312,7 +325,7 @@ int rdbUpdateDir(rdbHd *hd)
 
 /* ------------------------------------------------------------------------------------------------------- the update */
 
-enum { TOP, MINUTE = 60 };
+enum { MINUTE = 60 };
 
 /* That the log grew is told even where nobody has asked for it yet. */
 static int dropTop(runHd *run)
@@ -327,7 +340,7 @@ static const struct {
     int         time;                /* its place in runHd::fileTimes: the time when it was last found newer */
     int       (*drop)(runHd *run);   /* drops what was read from it; 0: nothing was, and no answer can differ */
 } watched[] = {
-    { "top", TOP, dropTop },
+    { "top", RDB_TOP_FILE, dropTop },
 };
 
 /* The time of a run's file in the form that the last scan saw, or of its container; 0 if it saw none. */
@@ -342,11 +355,22 @@ static int runFileTime(rdbHd *hd, const char *ext)
     return iopFileTime(diskName);
 }
 
+/* A file that was written in this second or the one before may be written again without a later time. */
+int rdbWatchedTime(rdbHd *hd, int file)
+{
+    for (const auto &row : watched) {
+        if (row.time != file) continue;
+        const int time = runFileTime(hd, row.ext);
+        return (int64_t) sysTime() - time > 1 ? time : time - 1;
+    }
+    return 0;
+}
+
 /* A time of a file has the grain of a second, and what is written may reach the disk late: once a minute the .top file
    counts as newer even if its time stands. */
 static void updateFiles(rdbHd *hd, int *flag)
 {
-    if (hd->lastUpdate && (int64_t) sysTime() - hd->lastUpdate > MINUTE) hd->run->fileTimes[TOP] = 0;
+    if (hd->lastUpdate && (int64_t) sysTime() - hd->lastUpdate > MINUTE) hd->run->fileTimes[RDB_TOP_FILE] = 0;
     for (const auto &file : watched) {
         const int time = runFileTime(hd, file.ext);
         if (time <= hd->run->fileTimes[file.time] || !file.drop(hd->run)) continue;
@@ -368,13 +392,32 @@ static int containersChanged(rdbHd *hd)
     return 0;
 }
 
-/* With the guard held. The directory's time is stored only when all went well, so that the next update tries again. */
+/* A name in the directory that the last scan did not see */
+static int hasNewName(const rdbHd *hd)
+{
+    int     isNew = 0;
+    iopDir *dir = iopOpenDir(hd->dir);
+    while (const char *name = nextName(dir)) isNew = isNew || !rdbIsListed(hd, name);
+    iopCloseDir(dir);
+    return isNew;
+}
+
+/* May the directory have changed since its names were read last, although the second of its time is no later? */
+static int mayHaveChanged(const rdbHd *hd, const rdbFileId *id)
+{
+    return !hd->dirSettled || !rdbSameFile(id, &hd->dirId);
+}
+
+/* With the guard held. What the directory looked like is kept only when all went well, so that the next update tries
+   again. It is looked at before its names are read: what comes in between shows at the next look. */
 static int update(rdbHd *hd, int *flag)
 {
+    rdbFileId id;
     sysSync();                       /* on a network file system: so that we see what the solver has made */
-    const int time = iopFileTime(hd->dir);
-    if (time <= 0 && !iopIsDir(hd->dir)) return rdbFail("directory %s not found", hd->dir);
-    if (time > hd->dirTime || containersChanged(hd)) {
+    if (!rdbLookAt(hd->dir, &id)) return rdbFail("directory %s not found", hd->dir);
+    const int time = (int) id.changed.tv_sec, settled = rdbIsSettled(&id);
+    if (time > hd->dirTime || containersChanged(hd) || (hd->run && rdbRunChanged(hd)) ||
+        (mayHaveChanged(hd, &id) && hasNewName(hd))) {
         *flag = 1;
         hd->dirTime = INT_MIN;
         rdbUpdateDir(hd);
@@ -382,6 +425,8 @@ static int update(rdbHd *hd, int *flag)
         if (hd->run && !rdbOpenRun(hd, hd->runId)) return 0;
     }
     hd->dirTime = time;
+    hd->dirId = id;
+    hd->dirSettled = settled;
     if (hd->run) updateFiles(hd, flag);
     if (*flag) hd->lastUpdate = sysTime();
     return 1;

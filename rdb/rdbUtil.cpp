@@ -15,7 +15,6 @@
 #include "rdb/rdbInt.h"
 
 #include <string.h>
-#include <sys/stat.h>
 
 /* ----------------------------------------------------------------------------------------------------- finding */
 
@@ -49,6 +48,19 @@ int rdbFindFile(rdbHd *hd, const char *name)
     for (int n : runs) {
         const char *found = findIn(names, n, name, len);
         if (found) return iopGetFileOpt(found);
+        names += n;
+    }
+    return 0;
+}
+
+int rdbIsListed(const rdbHd *hd, const char *name)
+{
+    const size_t len = strlen(name);
+    const int    runs[3] = { hd->nRunFiles, hd->nAuxFiles, hd->nUndefFiles };
+    char *const *names = hd->files;
+    for (int n : runs) {
+        const char *found = findIn(names, n, name, len);         /* the whole name sorts before longer ones */
+        if (found && !found[len]) return 1;
         names += n;
     }
     return 0;
@@ -96,28 +108,15 @@ int rdbDiskName(rdbHd *hd, const char *path, int opt, char *name)
     return form;
 }
 
-int rdbLookAt(const char *name, rdbFileId *id)
-{
-    struct stat st;
-    memset(id, 0, sizeof *id);
-    if (stat(name, &st) != 0) return 0;
-    id->dev = st.st_dev;
-    id->ino = st.st_ino;
-    id->size = st.st_size;
-    id->changed = st.st_mtim;
-    id->recordChanged = st.st_ctim;
-    return 1;
-}
+int rdbLookAt(const char *name, rdbFileId *id)                  { return iopLookAt(name, id); }
+int rdbSameFile(const rdbFileId *a, const rdbFileId *b)         { return iopSameFile(a, b); }
+int rdbIsSettled(const rdbFileId *id)                           { return iopIsSettled(id); }
 
-static int sameTime(const struct timespec *a, const struct timespec *b)
+int rdbLookAtFile(rdbHd *hd, const char *path, int opt, rdbFileId *id)
 {
-    return a->tv_sec == b->tv_sec && a->tv_nsec == b->tv_nsec;
-}
-
-int rdbSameFile(const rdbFileId *a, const rdbFileId *b)
-{
-    return a->dev == b->dev && a->ino == b->ino && a->size == b->size && sameTime(&a->changed, &b->changed) &&
-           sameTime(&a->recordChanged, &b->recordChanged);
+    char name[SYS_TEXT];
+    rdbDiskName(hd, path, opt, name);
+    return rdbLookAt(name, id);
 }
 
 /* ----------------------------------------------------------------------------------------------------- opening */
