@@ -344,6 +344,10 @@ static void makeRunIn(const char *dir, Form form)
     spec.scattered = true;
     spec.setVars("velocity,pressure,species:2");
     spec.steps = { 3, 5 };
+    tool::SetFamSpec onSets;
+    onSets.ext = "osf";
+    onSets.rows = 3;
+    spec.setFamilies = { onSets };
     tool::writeRun(spec);
 }
 
@@ -359,7 +363,7 @@ static void touch(const char *pdir)
     utimensat(AT_FDCWD, pdir ? "case/QUENTA.DIR" : "QUENTA.DIR", times, 0);
 }
 
-static int askKey(const char *key, int i1, int i2)
+static int askKey(const char *key, int i1, int i2, int i3 = -1)
 {
     static char   text[SYS_TEXT];
     static int    ints[4096];
@@ -367,9 +371,9 @@ static int askKey(const char *key, int i1, int i2)
     int type, d1, d2;
     if (!rdbGetType(hd, key, &type)) return 0;
     void *data = type == RDB_STR ? (void *) text : type <= RDB_INTS ? (void *) ints : (void *) reals;
-    if (!rdbGetDims(hd, key, -1, i1, i2, -1, &d1, &d2)) return 0;
+    if (!rdbGetDims(hd, key, -1, i1, i2, i3, &d1, &d2)) return 0;
     const int n = (d1 < 0 ? 1 : d1) * (d2 < 0 ? 1 : d2);
-    if (n > 4096 || !rdbGetData(hd, nullptr, key, data, type, -1, i1, i2, -1, d1, d1 < 0 ? -1 : d2 < 0 ? 1 : d2))
+    if (n > 4096 || !rdbGetData(hd, nullptr, key, data, type, -1, i1, i2, i3, d1, d1 < 0 ? -1 : d2 < 0 ? 1 : d2))
         return 0;
     if (type == RDB_STR) note(key, text);
     else if (type <= RDB_INTS) note(key, ints, n);
@@ -379,18 +383,20 @@ static int askKey(const char *key, int i1, int i2)
 
 static int askAll()
 {
-    static const struct { const char *key; int i1, i2; } asked[] = {
-        { "nNodes", -1, -1 },       { "usrIds", -1, -1 },       { "crd", -1, -1 },
-        { "nVols", -1, -1 },        { "volCnn", 0, -1 },        { "volUsrIds", 0, -1 },  { "volSdIds", 0, -1 },
-        { "elmName", 0, -1 },       { "elmCnn", 0, -1 },        { "elmSdIds", 0, -1 },
-        { "sfsCnn", 0, -1 },        { "osfSrfCnn", 0, -1 },     { "osfNodes", 0, -1 },   { "cbcNodes", 0, -1 },
-        { "osfNodalNormDirs", 0, -1 },
-        { "nOutVars", -1, -1 },     { "outSteps", -1, -1 },     { "outTimes", -1, -1 },  { "outVarName", 1, -1 },
-        { "outValues", 0, 0 },      { "outValues", 2, 0 },      { "outValues", 1, 1 },   { "outValues", 0, 1 },
+    static const struct { const char *key; int i1, i2, i3; } asked[] = {
+        { "nNodes", -1, -1, -1 },        { "usrIds", -1, -1, -1 },       { "crd", -1, -1, -1 },
+        { "nVols", -1, -1, -1 },         { "volCnn", 0, -1, -1 },        { "volUsrIds", 0, -1, -1 },
+        { "volSdIds", 0, -1, -1 },       { "elmName", 0, -1, -1 },       { "elmCnn", 0, -1, -1 },
+        { "elmSdIds", 0, -1, -1 },       { "sfsCnn", 0, -1, -1 },        { "osfSrfCnn", 0, -1, -1 },
+        { "osfNodes", 0, -1, -1 },       { "cbcNodes", 0, -1, -1 },      { "osfNodalNormDirs", 0, -1, -1 },
+        { "nOutVars", -1, -1, -1 },      { "outSteps", -1, -1, -1 },     { "outTimes", -1, -1, -1 },
+        { "outVarName", 1, -1, -1 },     { "outValues", 0, 0, -1 },      { "outValues", 2, 0, -1 },
+        { "outValues", 1, 1, -1 },       { "outValues", 0, 1, -1 },      { "osfValues", 0, 0, 0 },
+        { "osfValues", 0, 1, 0 },        { "outGradValues", 0, 1, -1 },  { "outAuxValues", 3, 1, -1 },
     };
     note("asked", 1);
     for (const auto &ask : asked)
-        if (!askKey(ask.key, ask.i1, ask.i2)) return 0;
+        if (!askKey(ask.key, ask.i1, ask.i2, ask.i3)) return 0;
     return 1;
 }
 

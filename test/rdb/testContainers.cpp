@@ -9,10 +9,9 @@
 #include <hdf5.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
-#include <map>
 
+#include "test/rdb/everyKey.h"
 #include "tool/runWriter.h"
 
 namespace fs = std::filesystem;
@@ -83,89 +82,7 @@ static void freeDb(rdbHd *hd)
     EXPECT_EQ(nIds(), 0);
 }
 
-/* -------------------------------------------------------------------------------------------------- every answer */
-
-/* All that a handle answers: key and indices to the bytes of the answer */
-struct Answers {
-    struct Key {
-        const char *name;
-        int         type, nIdx;
-        const char *idx[3];
-    };
-
-    rdbHd *hd;
-    std::map<std::string, std::string> found;
-    int nAnswered = 0;
-
-    static Key keyOf(rdbHd *hd, const char *name)
-    {
-        Key key = { name, 0, 0, {} };
-        checkAnswers(rdbGetInfo(hd, name, &key.type, nullptr, &key.nIdx, nullptr, &key.idx[0], &key.idx[1], &key.idx[2],
-                                nullptr, nullptr));
-        return key;
-    }
-
-    /* 1, 0, or -1 for a failure that does not return */
-    int get(const Key &key, const int *at, void *data, int d1, int d2)
-    {
-        int ok = 0;
-        const std::string failure = trapped([&] {
-            ok = rdbGetData(hd, nullptr, key.name, data, key.type, key.nIdx, at[0], at[1], at[2], d1, d2);
-        });
-        return failure.empty() ? ok : -1;
-    }
-
-    void ask(const Key &key, const int *at)
-    {
-        int d1 = -1, d2 = -1, ok = 0;
-        std::string text = key.name;
-        for (int k = 0; k < key.nIdx; ++k) text += " " + std::to_string(at[k]);
-        const std::string failure = trapped([&] {
-            ok = rdbGetDims(hd, key.name, key.nIdx, at[0], at[1], at[2], &d1, &d2);
-        });
-        if (!failure.empty()) ok = -1;
-        const bool isArray = key.type == RDB_INTS || key.type == RDB_REALS;
-        const size_t n = 8 * (size_t) std::max(d1, 1) * (size_t) std::max(d2, 1);
-        std::string  bytes(isArray ? n : (size_t) RDB_TEXT, '\0');
-        if (ok == 1) ok = get(key, at, &bytes[0], d1, d2);
-        nAnswered += ok == 1;
-        found[text] = ok == 1 ? bytes : ok == 0 ? "refused" : "failed";
-    }
-
-    /* How many values index k has; its counter takes some of the indices before it */
-    int count(const Key &key, int k, const int *at)
-    {
-        const Key counter = keyOf(hd, key.idx[k]);
-        int       from[3] = { -1, -1, -1 }, n = 0;
-        for (int i = 0; i < counter.nIdx; ++i)
-            for (int j = 0; j < k; ++j)
-                if (!strcmp(counter.idx[i], key.idx[j])) from[i] = at[j];
-        return get(counter, from, &n, -1, -1) == 1 ? n : 0;
-    }
-
-    void askAll(const Key &key, int k, int *at)
-    {
-        if (k == key.nIdx) return ask(key, at);
-        const int n = count(key, k, at);
-        for (at[k] = 0; at[k] < n; ++at[k]) askAll(key, k + 1, at);
-        at[k] = -1;
-    }
-
-    explicit Answers(rdbHd *handle) : hd(handle)
-    {
-        static const Strings namesOfFiles = { "dir", "nFiles", "fileName", "nUndefFiles", "undefFileName",
-                                              "queryName" };
-        int  n = 0;
-        char name[RDB_TEXT];
-        checkAnswers(rdbGetInt0(hd, "nQueries", &n));
-        for (int i = 0; i < n; ++i) {
-            int at[3] = { -1, -1, -1 };
-            checkAnswers(rdbGetStr1(hd, "queryName", name, i));
-            if (std::find(namesOfFiles.begin(), namesOfFiles.end(), name) == namesOfFiles.end())
-                askAll(keyOf(hd, name), 0, at);
-        }
-    }
-};
+/* ------------------------------------------------------------------------------------------------------ every form */
 
 static std::string boxOf(const tool::RunSpec &spec)
 {
@@ -318,7 +235,7 @@ TEST(containers, aRunThatIsOnTheDiskTooCountsOnce)
 /* Whatever the directory in front, and whatever form and other options come with it */
 TEST(containers, aFileIsFoundByItsLastComponent)
 {
-    testWrite("p.1.cli", "#@ FMT 256\n");
+    testWrite("p.1.cli", "#@ FMT 256\n#@ END\n");
     makeBox("box", { { "p.1.crd", 7 }, { "p.1_5_x.out", 8 } });
     rdbHd *hd = openDb();
     checkAnswers(rdbOpenRun(hd, 1));
@@ -665,6 +582,55 @@ TEST(containers, onesThatAreBeingWritten)
     checkAnswers(rdbUpdate(hd, &flag));
     EXPECT_EQ(flag, 1);
     EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 5, 1));
+    freeDb(hd);
+}
+
+/* The same with all that a run can keep from a container, whatever is wrong with it at that moment and whatever the
+   client does then: asks on, closes the run, opens it, or ends the handle. */
+TEST(containers, onesThatAreBeingWrittenWhileTheRunHoldsAll)
+{
+    tool::RunSpec spec;
+    spec.problem = "p";
+    spec.dataDir = ".";
+    spec.form = tool::Form::container;
+    spec.nx = 2;
+    spec.ny = spec.nz = 1;
+    spec.nSds = 2;
+    spec.top = true;
+    spec.setSteps(2, 3, 2);
+    spec.families = { { "ora", 7 } };
+    spec.setFamilies = { { "osf", 3 } };
+    tool::writeRun(spec);
+    const std::string whole = testRead("p.1.C");
+    testWrite("whole", whole);
+    rdbHd *hd = SmallRun::open();
+    Answers first(hd), right(hd);
+    const int nFiles = nOpenFiles();
+    int nFailed = 0;
+    for (int i = 0; i < 24; ++i) {
+        SCOPED_TRACE(i);
+        const size_t at = whole.size() * (size_t) (i / 4) / 6;
+        std::string  bytes = whole;
+        if (i % 2) bytes.resize(at);
+        else bytes.replace(at, 600, std::string(600, '\0'));
+        testWrite("torn", bytes);
+        overwrite("p.1.C", "torn");
+        int flag = 0;
+        nFailed += !trapped([&] { rdbUpdate(hd, &flag); }).empty();
+        if (i % 4 != 1) Answers(hd, 1);
+        if (i % 4 == 1) { checkAnswers(rdbCloseRun(hd)); }
+        if (i % 4 == 2) trapped([&] { rdbOpenRun(hd, 1); });
+        if (i % 4 == 3) freeDb(hd), hd = nullptr;
+        overwrite("p.1.C", "whole");
+        fs::last_write_time("p.1.C", fs::last_write_time("p.1.C") - std::chrono::seconds(i));
+        if (!hd) hd = SmallRun::open();
+        checkAnswers(rdbUpdate(hd, &flag));
+        checkAnswers(rdbOpenRun(hd, 1));
+        Answers again(hd), last(hd);
+        EXPECT_TRUE(last.found == right.found);
+        EXPECT_EQ(nOpenFiles(), nFiles);
+    }
+    EXPECT_GT(nFailed, 10);
     freeDb(hd);
 }
 

@@ -150,7 +150,7 @@ struct Sheet {
                 const std::string name = "\"s" + std::to_string(s) + "\"";
                 text += line(keyword, (int) s) + "#@ " + keyword + ".SFS " + name + " 1 " + name + "\n";
             }
-        return text;
+        return text + "#@ END\n";
     }
 
     void write() const

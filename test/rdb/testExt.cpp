@@ -1,6 +1,7 @@
 /* testExt.cpp: the extended list, one flat list of all that a run knows at its nodes, and values at an output step. */
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 
 #include "test/rdb/gradRun.h"
@@ -287,8 +288,11 @@ struct SetRun {
         return spec;
     }
 
-    explicit SetRun(const std::function<void()> &change = nullptr) : model(spec())
+    explicit SetRun(const std::function<void()> &change = nullptr,
+                    const std::function<void(tool::RunModel *)> &shape = nullptr)
+        : model(spec())
     {
+        if (shape) shape(&model);
         tool::writeRun(model);
         if (change) change();
         int ok = 0;
@@ -386,6 +390,88 @@ TEST(extSets, solarTimeBehindTheLastSample)
     for (int var : { 0, 1 }) run.check(2, var, 1, 1, 0);
 }
 
+static void writeLog(const std::vector<LogStep> &log)
+{
+    tool::TokenFile f("pipe.1.top", tool::Form::binary);
+    for (const LogStep &entry : log) {
+        f.keyInt("tsId", entry.step);
+        f.keyReal("timeInc", entry.timeInc);
+        f.keyReal("time", entry.step * 0.125);
+    }
+}
+
+/* The solver took the sun at the part alpha of its step */
+static void writeAlpha(const std::string &alpha)
+{
+    std::string       text = testRead("pipe.1.cli");
+    const std::string line = "alpha 0.5 alphaMass";
+    const size_t      at = text.find(line);
+    ASSERT_NE(at, std::string::npos);
+    testWrite("pipe.1.cli", text.replace(at, line.size(), "alpha " + alpha + " alphaMass"));
+}
+
+/* Between its two samples, the sun at the second step weighs by how near it is to each. How long the step is stands in
+   the log at the number of the step less that of the log's first step, whatever number stands there. */
+TEST(extSets, solarSamplesWeighByTheirDistance)
+{
+    const double far = 1000;                          /* so long before the step that the first sample would count */
+    static const struct { const char *alpha; double w0, w1; } alphas[] = {
+        { "0", 1, 0 }, { "0.25", 0.75, 0.25 }, { "0.75", 0.25, 0.75 }, { "1", 0, 1 },
+    };
+    const std::vector<std::vector<LogStep>> logs = {
+        { { 9, far }, { 10, 0.125 } },
+        { { 1, far }, { 2, far }, { 3, far }, { 4, far }, { 5, far }, { 6, far }, { 7, far }, { 8, far }, { 9, far },
+          { 10, 0.125 }, { 11, far } },
+        { { 5, far }, { 8, far }, { 9, far }, { 10, far }, { 11, far }, { 12, 0.125 }, { 13, far } },
+    };
+    for (const auto &log : logs)
+        for (const auto &row : alphas) {
+            SCOPED_TRACE(std::string("alpha ") + row.alpha + ", log from " + std::to_string(log[0].step));
+            SetRun run([&] { writeLog(log), writeAlpha(row.alpha); });
+            for (int var : { 0, 1 }) {
+                run.check(2, var, 0, 1, 0);
+                run.check(2, var, 1, row.w0, row.w1);
+            }
+        }
+}
+
+/* A log that ends before it tells how long the output step is, or that lies too far behind it */
+TEST(extSets, solarTimeOfAStepBehindTheLog)
+{
+    static const struct { int first; const char *text; } rows[] = {
+        { 5,       "index1 (4) is out of range [0,1]" },
+        { 0,       "index1 (9) is out of range [0,1]" },
+        { INT_MIN, "index1 (2147483647) is out of range [0,1]" },
+    };
+    for (const auto &row : rows) {
+        SetRun run([&] { writeLog({ { row.first, 1 }, { row.first + 1, 1 } }); });
+        double to[1000];
+        ASSERT_LE(run.model.nNodes, 1000);
+        checkRefused(row.text, rdbGetSetValuesAtNodes(run.hd, "srs", to, 0, 0, run.model.nNodes, 1));
+    }
+}
+
+/* The sun on two sets that share nodes, and each sampled at both times: the areas add up, the rest is their mean */
+TEST(extSets, solarSetsThatShareNodes)
+{
+    int nShared = 0;
+    SetRun run([] { writeAlpha("0.25"); }, [](tool::RunModel *model) {
+        const tool::Group first = model->srss.at(0);
+        for (size_t s = 0; s < model->sfss.size() && model->srss.size() < 2; ++s)
+            if ((int) s != first.members[0] && model->sfss[s].type == model->sfss[first.members[0]].type &&
+                model->sfss[s].vol == model->sfss[first.members[0]].vol)
+                model->srss.push_back({ "sun on another side", { (int) s }, first.elm });
+    });
+    ASSERT_EQ(nSetOutSets(run.model, run.fam(2)), 2);
+    for (int node : setOutNodes(run.model, run.fam(2), 0))
+        for (int other : setOutNodes(run.model, run.fam(2), 1)) nShared += node == other;
+    ASSERT_GT(nShared, 0);
+    for (int var : { 0, 1 }) {
+        run.check(2, var, 0, 1, 0);
+        run.check(2, var, 1, 0.75, 0.25);
+    }
+}
+
 /* A log that begins behind the output step does not tell how long the step is: the time is that of the output */
 TEST(extSets, solarTimeOfAStepBeforeTheLog)
 {
@@ -438,6 +524,28 @@ TEST(extSets, nodesThatTheMeshLacks)
     checkRefused("Invalid node definition <1999999999> <0>",
                  rdbGetSetValuesAtNodes(run.hd, "osf", to.data(), 0, 0, run.model.nNodes, 1));
     EXPECT_EQ(run.hd->run->extWork.values, nullptr);
+}
+
+/* The caller says how large the answer may be: one that is larger is refused, and nothing is written behind the end */
+TEST(extSets, valuesWithoutRoom)
+{
+    SetRun       run;
+    const int    n = run.model.nNodes, momentum = 2;
+    Reals        to((size_t) n * 3 + 1, -77);
+    const struct { int var, rows, cols; const char *text; } cases[] = {
+        { 0,        n - 1, 1, "osfValues has <1> values at <%d> nodes" },
+        { momentum, n,     1, "osfValues has <3> values at <%d> nodes" },
+        { momentum, n - 1, 3, "osfValues has <3> values at <%d> nodes" },
+    };
+    for (const auto &c : cases) {
+        char text[128];
+        snprintf(text, sizeof text, c.text, n);
+        std::fill(to.begin(), to.end(), -77);
+        checkRefused(text, rdbGetSetValuesAtNodes(run.hd, "osf", to.data(), c.var, 0, c.rows, c.cols));
+        EXPECT_EQ(std::count(to.begin(), to.end(), -77), (long) to.size() - c.rows * c.cols);
+    }
+    checkAnswers(rdbGetSetValuesAtNodes(run.hd, "osf", to.data(), momentum, 0, n, 3));
+    EXPECT_EQ(to.back(), -77);
 }
 
 /* They stand behind all others in the list, with the prefixes of their families */

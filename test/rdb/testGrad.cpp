@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "test/rdb/gradRun.h"
+#include "test/rdb/outRun.h"
 
 #include "tpl/fTpl3.h"
 
@@ -718,4 +719,172 @@ TEST(grad, cflWithoutItsStep)
     OpenRun open(run);
     open.aux(4, 1, &text);
     EXPECT_EQ(text, "No matching time step found for output step <20>");
+}
+
+/* Step 0 has the increment of the first one, of which the failure tells, too */
+TEST(grad, cflOfStep0WithoutTheFirstOne)
+{
+    GradRun     run(HEX, 1);
+    std::string text;
+    run.steps = { 0 };
+    run.log = { { 0, 0.5 }, { 2, 0.5 } };
+    OpenRun open(run);
+    open.aux(4, 1, &text);
+    EXPECT_EQ(text, "No matching time step found for output step <1>");
+}
+
+/* What cannot be computed is zero, whatever it is that is missing */
+TEST(grad, cflThatFailsIsZero)
+{
+    GradRun     run(HEX, 1);
+    std::string text;
+    const Reals zero(run.nNodes(), 0);
+    {
+        OpenRun open(run);
+        checkBits(open.aux(4, 1, &text), zero);
+        EXPECT_EQ(text, ".top file not found");
+    }
+    run.log = { { 19, 0.5 } };
+    {
+        OpenRun open(run);
+        checkBits(open.aux(4, 1, &text), zero);
+        EXPECT_EQ(text, "No matching time step found for output step <20>");
+    }
+    run.log = { { 20, 0.5 } };
+    run.mask = 14;
+    OpenRun open(run);
+    checkBits(open.aux(4, 1, &text), zero);
+    EXPECT_EQ(text, "Inconsistent velocity of width <1> vs <3>");
+}
+
+/* ------------------------------------------------------------------------------------ what is kept of the velocity */
+
+struct VelocityArrays {
+    Reals grad, strain, vorticity;
+    bool operator==(const VelocityArrays &other) const
+    {
+        return grad == other.grad && strain == other.strain && vorticity == other.vorticity;
+    }
+};
+
+static VelocityArrays askAll(OpenRun *open, int step)
+{
+    VelocityArrays all;
+    all.strain = open->ask("outAuxValues", 1, 1, step);
+    all.grad = open->gradient(0, 3, step);
+    all.vorticity = open->ask("outAuxValues", 3, 3, step);
+    return all;
+}
+
+/* Each by itself, on handles that have kept nothing */
+static VelocityArrays askEach(const GradRun &run, int step)
+{
+    VelocityArrays all;
+    all.strain = OpenRun(run).ask("outAuxValues", 1, 1, step);
+    all.grad = OpenRun(run).gradient(0, 3, step);
+    all.vorticity = OpenRun(run).ask("outAuxValues", 3, 3, step);
+    return all;
+}
+
+/* One gradient serves all three, and gives what each of them by itself gives, to the last bit */
+TEST(gradKept, oneForAllThatIsMadeOfIt)
+{
+    for (const auto &form : tool::formRows) {
+        if (form.value == tool::Form::container) continue;        /* see the test of all forms */
+        SCOPED_TRACE(form.word);
+        GradRun run(HEX);
+        run.form = form.value;
+        const VelocityArrays each = askEach(run, 0);
+        OpenRun open(run);
+        letSettle();
+        EXPECT_EQ(open.ask("outAuxValues", 1, 1), each.strain);
+        const double *const kept = rdbKeptGrad(open.hd, &outOut, 20);
+        ASSERT_NE(kept, nullptr);
+        EXPECT_TRUE(askAll(&open, 0) == each);
+        EXPECT_TRUE(askAll(&open, 0) == each);
+        open.gradient(1, 1);                                      /* another variable's does not take its place */
+        EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), kept);
+    }
+}
+
+TEST(gradKept, anotherStepHasItsOwn)
+{
+    GradRun run(TET);
+    run.steps = { 20, 30 };
+    run.value = [](int var, int node, int comp) { return anyValue(var, node, comp); };
+    OpenRun open(run);
+    run.value = [](int var, int node, int comp) { return anyValue(var, node, comp + 3); };
+    run.writeStep(30);
+    letSettle();
+    const VelocityArrays first = askAll(&open, 0), second = askAll(&open, 1);
+    EXPECT_FALSE(first == second);
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+    EXPECT_NE(rdbKeptGrad(open.hd, &outOut, 30), nullptr);
+    EXPECT_TRUE(askAll(&open, 0) == first);
+    rdbDropReading(open.hd->run);
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+    EXPECT_TRUE(askAll(&open, 1) == second);
+}
+
+/* Made of other files than those that are there now */
+TEST(gradKept, filesThatChanged)
+{
+    GradRun run(WEDGE);
+    OpenRun open(run);
+    letSettle();
+    const VelocityArrays first = askAll(&open, 0);
+    run.value = [](int var, int node, int comp) { return anyValue(var, node, comp + 3); };
+    run.writeStep(20);
+    letSettle(40);
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+    EXPECT_EQ(open.ask("outValues", 1, 1), run.values(1));        /* now the file that is there is known */
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+    const VelocityArrays second = askAll(&open, 0);
+    EXPECT_NE(second.grad, first.grad);
+    EXPECT_TRUE(second == askEach(run, 0));
+
+    letSettle(30);
+    askAll(&open, 0);
+    for (Vec &x : run.crd) x[1] *= 2;
+    run.writeMesh();
+    fs::last_write_time("p.1.crd.B", fs::file_time_type::clock::now() - std::chrono::seconds(20));
+    EXPECT_NE(rdbKeptGrad(open.hd, &outOut, 20), nullptr);        /* which nobody may take any more */
+    const VelocityArrays third = askAll(&open, 0);
+    EXPECT_NE(third.grad, second.grad);
+    EXPECT_TRUE(third == askEach(run, 0));
+}
+
+/* Of files that may change unseen nothing is kept */
+TEST(gradKept, youngFiles)
+{
+    GradRun run(PYRAMID);
+    OpenRun open(run);
+    const VelocityArrays each = askEach(run, 0);
+    letSettle(-3600);
+    EXPECT_TRUE(askAll(&open, 0) == each);
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+    letSettle();
+    fs::last_write_time("p.1.crd.B", fs::file_time_type::clock::now() + std::chrono::hours(1));
+    EXPECT_TRUE(askAll(&open, 0) == each);
+    EXPECT_EQ(rdbKeptGrad(open.hd, &outOut, 20), nullptr);
+}
+
+/* A failure in between leaves what was kept, or nothing, and no half of anything */
+TEST(gradKept, afterAFailure)
+{
+    GradRun run(HEX);
+    OpenRun open(run);
+    letSettle();
+    const VelocityArrays each = askAll(&open, 0);
+    fs::rename("p.1_20_0.out.B", "aside");
+    Reals to(9 * (size_t) run.nNodes());
+    checkFails("unable to open binary file", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+    fs::rename("aside", "p.1_20_0.out.B");
+    letSettle(50);
+    EXPECT_TRUE(askAll(&open, 0) == each);
+    fs::rename("p.1.crd.B", "aside");
+    checkFails("unable to open binary file", rdbGetReals2(open.hd, "outGradValues", to.data(), 0, 0, 9, run.nNodes()));
+    fs::rename("aside", "p.1.crd.B");
+    letSettle(40);
+    EXPECT_TRUE(askAll(&open, 0) == each);
 }

@@ -249,7 +249,8 @@ TEST_F(outFamilies, aStepWithoutItsFile)
 TEST_F(outFamilies, aMissingPart)
 {
     for (const auto &family : families) {
-        const FamKeys  keys(family.ext);
+        const FamKeys keys(family.ext);
+        if (keys.newest()) continue;
         tool::RunModel model(specOf(family.ext, 1));
         tool::writeRun(model);
         fs::remove("pipe.1_9_1." + keys.ext + ".B");
@@ -565,6 +566,59 @@ TEST_F(outFamilies, theListOfARestartMustHaveItsLength)
     }
 }
 
+/* What may run on behind the arrays of a part: running averages, then what the tuning keeps */
+static const char *const behindARestart[] = {
+    "vel", "pres", "temp", "spec", "eddy", "tke", "tvel", "teps", "tomega", "aleDisp", "vest",
+    "tintc", "treth", "ttau", "tgv", "field", "relHum", "dewPoint", "hWetWall", "topoVel", "topoPres", "topoTemp",
+    "vel", "pres", "temp", "spec", "eddy", "tke", "tvel", "teps", "tomega", "tempJac",
+    "tempRef", "specJac", "specRef", "velJac", "velRef", "ttau", "tgv", "field", "fieldJac", "fieldRef",
+};
+static constexpr int nBehind = sizeof behindARestart / sizeof *behindARestart;
+
+/* A restart of all parts in one file, of the velocity alone; only: which one of these keys stands behind each part, -1:
+   all of them */
+static void writeRestart(const SmallRun &run, int step, int only)
+{
+    SmallFile           file("p.1_" + std::to_string(step) + "_x.rst", run.form);
+    tool::TokenFile    &f = file.f;
+    std::vector<double> rows(5 * 3, -1.0);
+    for (const auto &part : run.parts) {
+        const int n = (int) part.size();
+        f.keyReal("time", 1);
+        f.keyReal("timeInc", 0.5);
+        f.keyInt("mask", 1);
+        f.keyInt("nSpecs", 0);
+        f.keyInt("nNodes", n);
+        std::vector<double> vel;
+        for (int node : part)
+            for (int k = 0; k < 3; ++k) vel.push_back(SmallRun::value(step, 0, node, k));
+        f.keyReals("vel", 3, n, vel.data());
+        for (int i = 0; i < nBehind; ++i)
+            if (only < 0 || i == only) f.keyReals(behindARestart[i], 1 + i % 3, n, rows.data());
+    }
+}
+
+TEST_F(outFamilies, eachKeyBehindARestart)
+{
+    ASSERT_EQ(nBehind, 22 + 20);
+    for (const auto &form : smallForms) {
+        SmallRun run;
+        run.form = form.form;
+        run.write();
+        for (int only = -1; only < nBehind; ++only) {
+            SCOPED_TRACE(std::string(form.name) + " " + (only < 0 ? "all" : behindARestart[only]));
+            writeRestart(run, 5, only);
+            rdbHd *hd = SmallRun::open();
+            std::vector<double> values(15, untouched), expected(15);
+            for (int i = 0; i < 15; ++i) expected[i] = SmallRun::value(5, 0, i / 3, i % 3);
+            checkAnswers(rdbGetReals2(hd, "rstValues", values.data(), 0, 0, 3, 5));
+            EXPECT_EQ(values, expected);
+            checkReturns(rdbFree(hd));
+        }
+        clearFolder();
+    }
+}
+
 /* --------------------------------------------------------------------------------------------- element quantities */
 
 TEST_F(outFamilies, conductivityStaysNarrowAfterAnOlderRun)
@@ -677,6 +731,148 @@ TEST_F(outFamilies, newestStepIsLookedForEachTime)
     checkRefused(".ocn file not found", rdbGetReals1(hd, "ocnValues", values.data(), 0, -1, -1));
     EXPECT_EQ(values, std::vector<double>(values.size(), 0.0));
     rdbFree(hd);
+}
+
+/* Each key looks by itself: no other one is asked before it */
+TEST_F(outFamilies, newestTimeIsLookedForEachTime)
+{
+    tool::RunSpec spec = specOf("ocn", 7);
+    tool::RunModel model(spec);
+    tool::writeRun(model);
+    rdbHd *hd = openPipe();
+    double time = 0;
+    checkAnswers(rdbGetReal0(hd, "ocnTime", &time));
+    EXPECT_EQ(time, model.time(1));
+    spec.setSteps(3, 4, 5);
+    tool::writeRun(spec);
+    checkAnswers(rdbGetReal0(hd, "ocnTime", &time));
+    EXPECT_EQ(time, tool::RunModel(spec).time(2));
+    checkReturns(rdbFree(hd));
+}
+
+TEST_F(outFamilies, newestValuesAreLookedForEachTime)
+{
+    tool::RunSpec spec = specOf("ocn", 7);
+    tool::RunModel model(spec);
+    tool::writeRun(model);
+    rdbHd *hd = openPipe();
+    checkValues(hd, model, spec.families[0], 2, 2, 1);
+    spec.setSteps(3, 4, 5);
+    tool::RunModel longer(spec);
+    tool::writeRun(longer);
+    checkValues(hd, longer, spec.families[0], 2, 2, 2);
+    checkReturns(rdbFree(hd));
+}
+
+/* The solver has begun a step, but not with all of its parts: these are told by name, and so an open waits for one as
+   long as its form does for any file */
+TEST_F(outFamilies, aPartOfTheNewestStepThatDoesNotCome)
+{
+    static const struct { tool::Form form; int nWaits; const char *failure; } rows[] = {
+        { tool::Form::ascii,      2, "unable to open ascii file <./pipe.1_9_1.ocn>; " },
+        { tool::Form::binary,     2, "unable to open binary file <./pipe.1_9_1.ocn.B>; " },
+        { tool::Form::swapped,    2, "unable to open binary file <./pipe.1_9_1.ocn.B>; " },
+        { tool::Form::compressed, 2, "EOF in compressed file <./pipe.1_9_1.ocn> " },
+        { tool::Form::hdf,        0, "Unable to open HDF5 file ./pipe.1_9_1.ocn.H" },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.failure);
+        tool::RunSpec spec = specOf("ocn", 1);
+        spec.form = row.form;
+        tool::RunModel model(spec);
+        tool::writeRun(model);
+        const std::string part = "pipe.1_9_1.ocn" + tool::formSuffix(row.form);
+        rdbHd *hd = openPipe();
+        std::vector<double> values((size_t) model.nNodes * 3, untouched);
+        fs::rename(part, "late");
+        const int slept = testSlept();
+        EXPECT_EQ(intOf(hd, "ocnStep"), 9);
+        EXPECT_EQ(testSlept(), slept);
+        checkFails(row.failure, rdbGetReals1(hd, "ocnValues", values.data(), 0, -1, -1));
+        EXPECT_EQ(testSlept(), slept + row.nWaits);
+        fs::rename("late", part);
+        checkValues(hd, model, spec.families[0], 0, 0, 1);
+        checkReturns(rdbFree(hd));
+        clearFolder();
+    }
+}
+
+TEST_F(outFamilies, aPartOfTheNewestStepThatComesLate)
+{
+    static std::string part;
+    for (const auto &form : smallForms) {
+        SCOPED_TRACE(form.name);
+        part = "pipe.1_9_1.ocn" + tool::formSuffix(form.form);
+        tool::RunSpec spec = specOf("ocn", 1);
+        spec.form = form.form;
+        tool::RunModel model(spec);
+        tool::writeRun(model);
+        rdbHd *hd = openPipe();
+        EXPECT_EQ(intOf(hd, "nOcnVars"), 1);
+        fs::rename(part, "late");
+        testWhenSleeping([] {
+            if (fs::exists("late")) fs::rename("late", part);
+        });
+        const int slept = testSlept();
+        checkValues(hd, model, spec.families[0], 0, 0, 1);
+        EXPECT_GE(testSlept(), slept + 1);
+        testWhenSleeping(nullptr);
+        checkReturns(rdbFree(hd));
+        clearFolder();
+    }
+}
+
+/* A width is believed where the size of a step does not tell, since a part is not there yet */
+TEST_F(outFamilies, aPartOfTheNewestStepThatTellsNoSize)
+{
+    tool::RunSpec spec = specOf("ocn", uint64_t(1) << 10);
+    spec.form = tool::Form::ascii;
+    tool::writeRun(spec);
+    change("pipe.1_9_0.ocn", "nAoutVecs\\s+\\d+", "nAoutVecs 2000000");
+    fs::rename("pipe.1_9_1.ocn", "late");
+    rdbHd *hd = openPipe();
+    int    n;
+    EXPECT_EQ(intOf(hd, "nOcnVars"), 1);
+    checkReturns(rdbFree(hd));
+    fs::rename("late", "pipe.1_9_1.ocn");
+    hd = openPipe();
+    checkFails("Invalid nAoutVecs <2000000> in files <pipe.1_9_>", rdbGetInt0(hd, "nOcnVars", &n));
+    checkReturns(rdbFree(hd));
+}
+
+/* A run without subdomains has no number of parts */
+TEST_F(outFamilies, aWidthOfTheNewestStepWithoutSubdomains)
+{
+    tool::RunSpec spec = specOf("ocn", uint64_t(1) << 10);
+    spec.form = tool::Form::ascii;
+    spec.nSds = 0;
+    tool::writeRun(spec);
+    change("pipe.1_9_0.ocn", "nAoutVecs\\s+\\d+", "nAoutVecs 2000000");
+    rdbHd *hd = openPipe();
+    int    n;
+    checkFails("Invalid nAoutVecs <2000000> in files <pipe.1_9_>", rdbGetInt0(hd, "nOcnVars", &n));
+    checkReturns(rdbFree(hd));
+}
+
+/* An option word that names no form stands for text: where the step is looked for, and where its parts are opened */
+TEST_F(outFamilies, newestStepOfARunThatNamesNoForm)
+{
+    for (const char *word : { "0", "1", "131072" }) {
+        SCOPED_TRACE(word);
+        tool::RunSpec spec = specOf("ocn", 7);
+        spec.form = tool::Form::ascii;
+        tool::RunModel model(spec);
+        tool::writeRun(model);
+        change("pipe.1.cli", "#@ FMT 16", std::string("#@ FMT ") + word);
+        rdbHd *hd = openPipe();
+        checkAll(hd, model, spec.families[0]);
+        fs::remove("pipe.1_9_1.ocn");
+        std::vector<double> values((size_t) model.nNodes * 3);
+        checkFails("unable to open ascii file <./pipe.1_9_1.ocn>; ",
+                   rdbGetReals1(hd, "ocnValues", values.data(), 0, -1, -1));
+        checkReturns(rdbFree(hd));
+        clearFolder();
+    }
 }
 
 TEST_F(outFamilies, newestStepThatIsNotThereYet)

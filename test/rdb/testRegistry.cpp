@@ -35,7 +35,43 @@ protected:
         }
     }
     void TearDown() override { rdbFree(hd); }
+
+    void checkRow(const std::string &name, int type, const std::vector<std::string> &idx,
+                  const std::vector<std::string> &dim)
+    {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(rows.count(name), 1u);
+        const Row &row = rows[name];
+        EXPECT_EQ(row.type, type);
+        EXPECT_EQ(std::vector<std::string>(row.idx, row.idx + row.nIdx), idx);
+        EXPECT_EQ(std::vector<std::string>(row.dim, row.dim + row.nDims), dim);
+    }
 };
+
+/* "nOsf" and what follows */
+static std::string countOf(const std::string &stem, const char *what)
+{
+    return std::string("n") + (char) toupper(stem[0]) + stem.substr(1) + what;
+}
+
+/* The families of outputs on the run's nodes that have steps */
+static const char *const nodalFamilies[] = { "out", "ora", "ota", "onr", "odq", "oae", "oee", "rst" };
+
+/* A row that all members of a family have: of outputs on the run's nodes, or anything of a family of surface sets */
+static bool isOfAFamily(const std::string &name)
+{
+    static const char *const ofOutputs[] = { "Step", "Steps", "Time", "Times", "Values", "VarDim", "VarName" };
+    static const char *const ofSets[] = { "afs", "cbc", "dbc", "ebc", "eci", "fan", "gsf", "hec", "osf", "psf", "rsf",
+                                          "sbc", "sfs", "srs", "ssi", "tws" };
+    for (const std::string stem : ofSets)
+        if (!name.compare(0, 3, stem) || !name.compare(0, 4, countOf(stem, ""))) return true;
+    for (const std::string stem : nodalFamilies) {
+        if (name == countOf(stem, "Steps") || name == countOf(stem, "Vars")) return true;
+        for (const char *key : ofOutputs)
+            if (name == stem + key) return true;
+    }
+    return false;
+}
 
 /* A client that asks for the counts of a row finds them, each one counted by no more than the row's own indices. */
 TEST_F(rdbRegistry, whatCountsIsAnIntegerWithIndicesOfTheRowThatNamesIt)
@@ -199,7 +235,7 @@ TEST_F(rdbRegistry, surfaceSetFamilies)
     static const char *const outputs[] = { "Step", "Steps", "Time", "Times", "Values", "VarDim", "VarName" };
     for (const auto &f : families) {
         SCOPED_TRACE(f.stem);
-        const std::string stem = f.stem, n = std::string("n") + (char) toupper(stem[0]) + stem.substr(1);
+        const std::string stem = f.stem, n = countOf(stem, "");
         std::set<std::string> expected, found;
         for (const char *key : always) expected.insert(stem + key);
         for (const char *key : counts) expected.insert(n + key);
@@ -226,7 +262,8 @@ TEST_F(rdbRegistry, surfaceSetFamilies)
     }
 }
 
-/* Every row that stands by itself, and some of each family, as a client relies on them: type, indices, dimensions. */
+/* Every row that stands by itself, and some of families, as a client relies on them: type, indices, dimensions. A new
+   key has its line here. */
 TEST_F(rdbRegistry, tellingRows)
 {
     static const struct { const char *name; int type; std::vector<std::string> idx, dim; } telling[] = {
@@ -274,6 +311,13 @@ TEST_F(rdbRegistry, tellingRows)
         { "fieldName",      RDB_STR,   { "nFields" },     {} },
         { "fieldPrefix",    RDB_STR,   { "nFields" },     {} },
         { "nRads",          RDB_INT,   {},                {} },
+        { "nSteps",         RDB_INT,   {},                {} },
+        { "steps",          RDB_INTS,  {},                { "nSteps" } },
+        { "step",           RDB_INT,   { "nSteps" },      {} },
+        { "times",          RDB_REALS, {},                { "nSteps" } },
+        { "time",           RDB_REAL,  { "nSteps" },      {} },
+        { "timeIncs",       RDB_REALS, {},                { "nSteps" } },
+        { "timeInc",        RDB_REAL,  { "nSteps" },      {} },
         { "logEventDim",    RDB_INT,   {},                {} },
         { "nNodes",         RDB_INT,   {},                {} },
         { "usrIds",         RDB_INTS,  {},                { "nNodes" } },
@@ -358,20 +402,63 @@ TEST_F(rdbRegistry, tellingRows)
         { "nOelNodes",      RDB_INT,   { "nOels", "nOelVols" }, {} },
         { "oelNodes",       RDB_INTS,  { "nOels", "nOelVols" }, { "nOelNodes" } },
 
-        { "nOutSteps",      RDB_INT,   {},                {} },
-        { "outTime",        RDB_REAL,  { "nOutSteps" },   {} },
-        { "outTimes",       RDB_REALS, {},                { "nOutSteps" } },
-        { "outVarDim",      RDB_INT,   { "nOutVars" },    {} },
         { "outGradVarDim",  RDB_INT,   { "nOutVars" },    {} },
-        { "outValues",      RDB_REALS, { "nOutVars", "nOutSteps" }, { "outVarDim", "nNodes" } },
+        { "outGradValues",  RDB_REALS, { "nOutVars", "nOutSteps" },    { "outGradVarDim", "nNodes" } },
+        { "nOutAuxVars",    RDB_INT,   {},                {} },
+        { "outAuxVarName",  RDB_STR,   { "nOutAuxVars" }, {} },
+        { "outAuxVarDim",   RDB_INT,   { "nOutAuxVars" }, {} },
+        { "outAuxValues",   RDB_REALS, { "nOutAuxVars", "nOutSteps" }, { "outAuxVarDim", "nNodes" } },
+        { "nOutExtVars",    RDB_INT,   {},                {} },
+        { "outExtVarName",  RDB_STR,   { "nOutExtVars" }, {} },
+        { "outExtVarDim",   RDB_INT,   { "nOutExtVars" }, {} },
+        { "outExtValues",   RDB_REALS, { "nOutExtVars", "nOutSteps" }, { "outExtVarDim", "nNodes" } },
+        { "nOdqAuxVars",    RDB_INT,   {},                {} },
+        { "odqAuxVarName",  RDB_STR,   { "nOdqAuxVars" }, {} },
+        { "odqAuxVarDim",   RDB_INT,   { "nOdqAuxVars" }, {} },
+        { "odqAuxValues",   RDB_REALS, { "nOdqAuxVars", "nOdqSteps" }, { "odqAuxVarDim", "nNodes" } },
+
+        { "nOcnVars",       RDB_INT,   {},                {} },
+        { "ocnStep",        RDB_INT,   {},                {} },
+        { "ocnTime",        RDB_REAL,  {},                {} },
+        { "ocnVarName",     RDB_STR,   { "nOcnVars" },    {} },
+        { "ocnVarDim",      RDB_INT,   { "nOcnVars" },    {} },
+        { "ocnValues",      RDB_REALS, { "nOcnVars" },    { "ocnVarDim", "nNodes" } },
     };
+    std::set<std::string> told;
     for (const auto &t : telling) {
-        SCOPED_TRACE(t.name);
-        ASSERT_EQ(rows.count(t.name), 1u);
-        const Row &row = rows[t.name];
-        EXPECT_EQ(row.type, t.type);
-        EXPECT_EQ(std::vector<std::string>(row.idx, row.idx + row.nIdx), t.idx);
-        EXPECT_EQ(std::vector<std::string>(row.dim, row.dim + row.nDims), t.dim);
+        checkRow(t.name, t.type, t.idx, t.dim);
+        told.insert(t.name);
+    }
+    for (const std::string &name : names) EXPECT_TRUE(told.count(name) || isOfAFamily(name)) << name;
+}
+
+/* The nine rows of each family of outputs; those of surface sets have the set as their first index, but for what tells
+   of the variables. */
+TEST_F(rdbRegistry, outputFamilies)
+{
+    for (const char *stem : nodalFamilies) {
+        const std::string fam = stem, n = countOf(stem, "");
+        checkRow(n + "Steps",     RDB_INT,   {}, {});
+        checkRow(fam + "Step",    RDB_INT,   { n + "Steps" }, {});
+        checkRow(fam + "Steps",   RDB_INTS,  {}, { n + "Steps" });
+        checkRow(fam + "Time",    RDB_REAL,  { n + "Steps" }, {});
+        checkRow(fam + "Times",   RDB_REALS, {}, { n + "Steps" });
+        checkRow(n + "Vars",      RDB_INT,   {}, {});
+        checkRow(fam + "VarName", RDB_STR,   { n + "Vars" }, {});
+        checkRow(fam + "VarDim",  RDB_INT,   { n + "Vars" }, {});
+        checkRow(fam + "Values",  RDB_REALS, { n + "Vars", n + "Steps" }, { fam + "VarDim", "nNodes" });
+    }
+    for (const char *stem : { "osf", "rsf", "srs" }) {
+        const std::string fam = stem, n = countOf(stem, "");
+        checkRow(n + "Steps",     RDB_INT,   { n + "s" }, {});
+        checkRow(fam + "Step",    RDB_INT,   { n + "s", n + "Steps" }, {});
+        checkRow(fam + "Steps",   RDB_INTS,  { n + "s" }, { n + "Steps" });
+        checkRow(fam + "Time",    RDB_REAL,  { n + "s", n + "Steps" }, {});
+        checkRow(fam + "Times",   RDB_REALS, { n + "s" }, { n + "Steps" });
+        checkRow(n + "Vars",      RDB_INT,   {}, {});
+        checkRow(fam + "VarName", RDB_STR,   { n + "Vars" }, {});
+        checkRow(fam + "VarDim",  RDB_INT,   { n + "Vars" }, {});
+        checkRow(fam + "Values",  RDB_REALS, { n + "s", n + "Vars", n + "Steps" }, { fam + "VarDim", n + "Nodes" });
     }
 }
 

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <regex>
 
 #include "test/rdb/smallRun.h"
 #include "tool/runWriter.h"
@@ -85,6 +86,11 @@ struct Pipe {
         int n = -99;
         checkAnswers(i < 0 ? rdbGetInt0(hd, key.c_str(), &n) : rdbGetInt1(hd, key.c_str(), &n, i));
         return n;
+    }
+    /* Path of the file that tells of a step of set 0 */
+    static std::string firstName(const SetFam &fam, int step)
+    {
+        return "pipe.1_" + std::to_string(step) + (fam.nRows > 2 ? "_0_0." : "_0.") + fam.ext + ".B";
     }
     int values(const SetFam &fam, int set, int var, int step, std::vector<double> *to)
     {
@@ -167,6 +173,29 @@ TEST(setOut, sameInEveryForm)
             }
 }
 
+/* An answer has a row of components for each node: a client that says so has it, one whose buffer is short is told */
+TEST(setOut, capacities)
+{
+    for (const SetFam &fam : families) {
+        SCOPED_TRACE(fam.ext);
+        Pipe                    pipe(specOf(fam.ext));
+        const tool::SetFamSpec &out = pipe.model.spec.setFamilies[0];
+        const std::string       key = keyOf(fam, "Values");
+        const int               n = pipe.num(countOf(fam, "Nodes"), 0);
+        for (int i = 0; i < (int) setOutVars(out).size(); ++i) {
+            const int           dim = setOutDim(pipe.model, out, setOutVars(out)[i]);
+            std::vector<double> values((size_t) n * dim + 1, untouched), all;
+            checkAnswers(rdbGetReals3(pipe.hd, key.c_str(), values.data(), 0, i, 0, dim, n));
+            EXPECT_EQ(values.back(), untouched);
+            checkAnswers(pipe.values(fam, 0, i, 0, &all));
+            EXPECT_TRUE(std::equal(values.begin(), values.end() - 1, all.begin()));
+            char text[128];
+            snprintf(text, sizeof text, "%s requires dimension of %dx%d not %dx%d", key.c_str(), dim, n, dim, n - 1);
+            checkRefused(text, rdbGetReals3(pipe.hd, key.c_str(), values.data(), 0, i, 0, dim, n - 1));
+        }
+    }
+}
+
 /* The rows of a node that two subdomains have are added: one that only one of them has shows what a row is */
 TEST(setOut, aNodeOnABorderHasTheSum)
 {
@@ -194,6 +223,122 @@ TEST(setOut, someOfTheVariables)
         checkVars(&pipe, fam, out);
         for (int i = 0; i < (int) setOutVars(out).size(); ++i) checkValues(&pipe, fam, out, 0, i, 1);
     }
+}
+
+/* In a file of all parts the next part is found behind the last array that is there: those above the wanted one may be
+   missing, those below may not */
+TEST(setOut, mergedWithoutWhatIsAbove)
+{
+    static const struct { int fam; uint64_t rows; const char *gone; int wanted; const char *missed; } cases[] = {
+        { 0, 0x1,  nullptr, 0, nullptr },
+        { 0, 0x25, "(massFlux|trac|moment)\\s+\\d+\\s+0\\s", 1, "expected <massFlux> found <momFlux>" },
+        { 1, 0x1,  nullptr, 0, nullptr },
+        { 1, 0x5,  "heatFlux\\s+1\\s+0\\s", 1, "expected <heatFlux> found <temp>" },
+    };
+    for (const auto &row : cases)
+        for (bool binary : { false, true }) {
+            if (binary && row.gone) continue;
+            const SetFam &fam = families[row.fam];
+            SCOPED_TRACE(std::string(fam.ext) + " " + std::to_string(row.rows));
+            tool::RunSpec spec = specOf(fam.ext, row.rows);
+            spec.form = binary ? tool::Form::binary : tool::Form::ascii;
+            spec.merged = true;
+            Pipe pipe(spec, [&] {
+                if (!row.gone) return;
+                const std::string name = std::string("pipe.1_9_0_x.") + fam.ext, text = testRead(name);
+                testWrite(name, std::regex_replace(text, std::regex(row.gone), ""));
+                EXPECT_NE(testRead(name), text);
+            });
+            checkValues(&pipe, fam, spec.setFamilies[0], 0, 0, 0);
+            std::vector<double> values;
+            if (row.missed) checkFails(row.missed, pipe.values(fam, 0, row.wanted, 0, &values));
+        }
+}
+
+/* A header may lack the number of fields: then the count before it holds for them too */
+TEST(setOut, withoutANumberOfFields)
+{
+    for (bool merged : { false, true })
+        for (int nFields : { 2, 3 }) {
+            tool::RunSpec spec = specOf("osf");
+            spec.form = tool::Form::ascii;
+            spec.merged = merged;
+            spec.nFields = nFields;
+            Pipe pipe(spec, [&] {
+                for (const auto &entry : fs::directory_iterator(".")) {
+                    if (entry.path().extension() != ".osf") continue;
+                    const std::string text = testRead(entry.path());
+                    testWrite(entry.path(), std::regex_replace(text, std::regex("nFields\\s+\\d+\\s"), ""));
+                    EXPECT_NE(testRead(entry.path()), text);
+                }
+            });
+            const tool::SetFamSpec &out = pipe.model.spec.setFamilies[0];
+            int n;
+            if (nFields == spec.nSpecs) {
+                checkVars(&pipe, families[0], out);
+                for (int i = 0; i < (int) setOutVars(out).size(); ++i) checkValues(&pipe, families[0], out, 0, i, 1);
+            } else {
+                pipe.hd->run->nFields = nFields;
+                checkFails("Inconsistent nFields in file", rdbGetInt0(pipe.hd, "nOsfVars", &n));
+            }
+        }
+}
+
+/* A step is one that the name of its first file tells, of a form that a file on disk may have */
+TEST(setOut, namesOfNoSteps)
+{
+    static const char *const names[] = { "_1.osf", "_1.osf.B", "_9.osf", "_00.osf", "_0x.osf", "_.osf", "_0.osf.C",
+                                         "_x.osf.C", "_0.osf.B.B", "_0.osf.", "_0.osfx",
+                                         "_1.orf", "_1.orf.B", "_9.orf", "_00.orf", "_0x.orf", "_.orf", "_0.orf.C",
+                                         "_x.orf.C", "_0.orf.B.B", "_0.orf.", "_0.orfx",
+                                         ".oqf.C", ".oqf.B.B", ".oqf.", ".oqfx", "_0.oqf", "_0.oqf.B" };
+    for (const SetFam &fam : families) {
+        SCOPED_TRACE(fam.ext);
+        Pipe pipe(specOf(fam.ext, 1), [&] {
+            int step = 20;
+            for (const std::string name : names) {
+                const std::string path = "pipe.1_" + std::to_string(step++) + "_0" + name;
+                if (name.back() == 'C') tool::Container(path.substr(0, path.size() - 2)).close();
+                else testWrite(path, "");
+            }
+            testWrite(std::string("pipe.1_90_") + (fam.nRows > 2 ? "0_0." : "0.") + fam.ext + ".Z", "");
+        });
+        std::vector<int> steps(3);
+        ASSERT_EQ(pipe.num(countOf(fam, "Steps"), 0), 3);
+        checkAnswers(rdbGetInts1(pipe.hd, keyOf(fam, "Steps").c_str(), steps.data(), 0, 3, 1));
+        EXPECT_EQ(steps, (std::vector<int>{ 9, 10, 90 }));
+    }
+}
+
+/* Each step's file is opened once for its time, whoever asks: then it is known */
+TEST(setOut, timesAreReadOnce)
+{
+    for (const SetFam &fam : families)
+        for (bool allAtOnce : { false, true }) {
+            SCOPED_TRACE(std::string(fam.ext) + (allAtOnce ? ", all at once" : ""));
+            Pipe              pipe(specOf(fam.ext, 1));
+            const std::string first = pipe.firstName(fam, 9), second = pipe.firstName(fam, 10);
+            double            time = untouched, times[2] = { untouched, untouched };
+            const std::string key = keyOf(fam, "Times");
+            const auto        timesOf = [&] { return rdbGetReals1(pipe.hd, key.c_str(), times, 0, 2, 1); };
+            if (allAtOnce) {
+                checkAnswers(timesOf());
+                fs::remove(first);
+            } else {
+                checkAnswers(rdbGetReal2(pipe.hd, keyOf(fam, "Time").c_str(), &time, 0, 0));
+                fs::remove(first);
+                checkAnswers(timesOf());                              /* of which it has one already */
+            }
+            fs::remove(second);
+            for (int i = 0; i < 2; ++i) {
+                checkAnswers(rdbGetReal2(pipe.hd, keyOf(fam, "Time").c_str(), &time, 0, i));
+                EXPECT_EQ(time, pipe.model.time(i));
+            }
+            times[0] = times[1] = untouched;
+            checkAnswers(timesOf());
+            EXPECT_EQ(times[0], pipe.model.time(0));
+            EXPECT_EQ(times[1], pipe.model.time(1));
+        }
 }
 
 /* The variables are the family's, whichever set has them; a set without files has no steps */
@@ -231,6 +376,12 @@ TEST(setOut, withoutSubdomains)
     checkAnswers(pipe.values(families[0], 0, 0, 0, &values));
     for (int i = 0; i < n; ++i) EXPECT_EQ(values[i], 0);
     EXPECT_EQ(values[n], untouched);
+    const std::string name = pipe.firstName(families[0], 10);
+    checkAnswers(pipe.values(families[0], 0, 0, 1, &values));
+    testWrite(name, "no tag\n");
+    checkFails("Invalid binary tag <no tag>", pipe.values(families[0], 0, 0, 1, &values));
+    fs::remove(name);
+    checkFails("unable to open binary file", pipe.values(families[0], 0, 0, 1, &values));
 }
 
 /* ---------------------------------------------------------------------------------------------- what is refused */
@@ -405,6 +556,40 @@ TEST(setOut, countsThatLie)
     writeOsn(n - 1, { 0 }, { 1 });
     checkFails("Inconsistent nNodes <" + std::to_string(n - 1) + "> vs <" + std::to_string(n) + ">",
                pipe.values(families[0], 0, 0, 0, &values));
+}
+
+/* A number of subdomains that no file can tell of: nothing is made in its size before something tells so */
+TEST(setOut, subdomainsThatLie)
+{
+    const int           nSds = 1000000000;
+    std::vector<double> values;
+    {
+        Pipe pipe(specOf("osf", 1), [&] {
+            const int       ids[2] = { 1, 2 };
+            tool::TokenFile f("pipe.1_0.osn", tool::Form::binary);
+            f.keyInt("nSds", nSds);
+            f.keyInt("nNodes", 2);
+            f.keyInts("usrIds", 1, 2, ids);
+        });
+        pipe.hd->run->nSds = nSds;
+        checkFails("Function <iopNeed>", pipe.values(families[0], 0, 0, 0, &values));
+        EXPECT_EQ(pipe.hd->run->setMapNew->nodes, nullptr);
+    }
+    for (bool merged : { false, true }) {
+        Pipe pipe(specOf("orf", 1), [&] {
+            if (!merged) return;
+            fs::rename("pipe.1_0_0.orn.B", "pipe.1_0_x.orn.B");
+            fs::remove("pipe.1_0_1.orn.B");
+        });
+        pipe.hd->run->nSds = nSds;
+        if (merged) {
+            checkFails("Function <iopNeed>", pipe.values(families[1], 0, 0, 0, &values));
+            EXPECT_EQ(pipe.hd->run->setMapNew->nodes, nullptr);
+        } else {
+            testWrite("pipe.1_0_0.orn.B", "no tag\n");              /* not even the first one is looked into */
+            checkRefused(".orn file not found", pipe.values(families[1], 0, 0, 0, &values));
+        }
+    }
 }
 
 /* A width that the files of the step cannot hold */

@@ -76,7 +76,7 @@ struct Surfaces {
         for (const auto &fam : srfFamilies)
             text += line(fam.keyword, std::string("of ") + fam.keyword, fam.more) + "#@ " + fam.keyword + ".SFS \"of " +
                     fam.keyword + "\" 1 \"base\"\n";
-        return text + extraCli;
+        return text + extraCli + "#@ END\n";
     }
 
     void write() const

@@ -411,12 +411,12 @@ TEST(fTpl3, theNearestMatrixWithTheTarget)
 }
 
 /* The steps as they are told, with all digits; for a great tolerance twenty of them do not reach the target. */
-static mat byTheSteps(const mat &from, double tol)
+static mat byTheSteps(const mat &from, double tol, int most = 20)
 {
     const long double target = targetOf(from, tol), band = sqrtl(2.220446049250313e-16L) * target;
     long double j[9], lambda = 0;
     for (int k = 0; k < 9; ++k) j[k] = from[k];
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < most; ++i) {
         const long double c[9] = { j[4] * j[8] - j[5] * j[7], j[5] * j[6] - j[3] * j[8], j[3] * j[7] - j[4] * j[6],
                                    j[2] * j[7] - j[1] * j[8], j[0] * j[8] - j[2] * j[6], j[1] * j[6] - j[0] * j[7],
                                    j[1] * j[5] - j[2] * j[4], j[2] * j[3] - j[0] * j[5], j[0] * j[4] - j[1] * j[3] };
@@ -444,6 +444,31 @@ TEST(fTpl3, untanglingStepByStep)
             const mat from = tangled();
             expectNear(untangled(from, tol), byTheSteps(from, tol), 1e-9);
         }
+}
+
+static double apart(const mat &a, const mat &b)
+{
+    double most = 0;
+    for (int k = 0; k < 9; ++k) most = std::max(most, fabs(a[k] - b[k]));
+    return most;
+}
+
+/* One matrix that is there with the twentieth step, and one that is still under way then: both come near slowly and
+   without swinging, so that each step shows and rounding does not. */
+TEST(fTpl3, untanglingEndsWithTheTwentiethStep)
+{
+    const double tol = 1;
+    const struct { mat from; bool isThere; } cases[] = {
+        { { 1, 0, 0, 0, 3, 0, 0, 0, -4 }, true  },
+        { { 1, 0, 0, 0, 2, 0, 0, 0, -2 }, false },
+    };
+    for (const auto &c : cases) {
+        const mat right = byTheSteps(c.from, tol);
+        EXPECT_LT(apart(untangled(c.from, tol), right), 1e-12);
+        EXPECT_GT(apart(byTheSteps(c.from, tol, 19), right), 1e-4);
+        EXPECT_EQ(byTheSteps(c.from, tol, 21) == right, c.isThere);
+        EXPECT_TRUE(c.isThere || apart(byTheSteps(c.from, tol, 21), right) > 1e-4);
+    }
 }
 
 /* A diagonal matrix by hand: diag(1, 1, z) with z from -1 or 0 to z > 0. */
