@@ -64,12 +64,13 @@ done
     [ -e "$root/src/next/$f" ] || as_root rm -f "$sources/$f"
 done
 as_root rm -rf "$root/src/next"
-# sample data beside the checkout, when there are any
-if [ -d ../shared/data ]; then
-    as_root mkdir -p "$root/src/shared"
-    as_root rm -rf "$root/src/shared/data"
-    as_root cp -r ../shared/data "$root/src/shared/data"
-fi
+# a real run to test with, when there is one: test/CMakeLists.txt tells where
+as_root rm -rf "$root/src/realRun"
+for run in "${RDB_REAL_RUN:-}" ../*/data/disk; do
+    [ -n "$run" ] && [ -e "$run/expected.npz" ] || continue
+    as_root cp -r "$run" "$root/src/realRun"
+    break
+done
 
 say "building and testing inside, on ParaView 5.9.0"
 in_root bash -ec '
@@ -77,7 +78,8 @@ in_root bash -ec '
     cd /src/marivane
     . tool/packages.sh
     use_ccache
-    cmake -S . -B build/paraview59 -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRDB_WERROR=ON -DRDB_EXPORT_ALL=ON
+    cmake -S . -B build/paraview59 -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRDB_WERROR=ON -DRDB_EXPORT_ALL=ON \
+        -DRDB_REAL_RUN=/src/realRun
     cmake --build build/paraview59
     cd build/paraview59
     status=0

@@ -322,7 +322,8 @@ double famValue(const RunModel &model, const FamSpec &fam, int row, int comp, in
     model.crd(node, xyz);
     const int  salt = fam.ext[1] * 3 + fam.ext[2];
     const auto coef = [&](int term) { return ((row * 7 + comp * 5 + term * 11 + salt) % 31 - 15) / 8.0; };
-    return salt + row * 8 + comp / 128.0 + coef(0) * xyz[0] + coef(1) * xyz[1] + coef(2) * xyz[2] + coef(3) * step;
+    return salt + row * 8 + comp / 128.0 + coef(0) * xyz[0] + coef(1) * xyz[1] + coef(2) * xyz[2] + coef(3) * step
+           + model.spec.offset;
 }
 
 void writeFamily(DataFiles &files, const RunModel &model, const FamSpec &fam)

@@ -143,6 +143,7 @@ Formula RunModel::formula(int var, int comp) const
     Formula f = {row * 8 + comp / 128.0 + 0.125, coef(0), coef(1), coef(2), coef(3), coef(4)};
     if (row == DISP || row == DISP_HALF)                     /* small: the mesh must stay a mesh */
         f = {(row == DISP ? 0.25 : 0.5) + comp / 16.0, f.cx / 16, f.cy / 16, f.cz / 16, (comp + 1) / 8.0, f.cxs / 16};
+    f.c0 += spec.offset;
     return f;
 }
 

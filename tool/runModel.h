@@ -88,6 +88,7 @@ struct RunSpec {
     bool     omitFilms  = false;          /* leaves out the key nFilms: a reader takes nSpecs in its place  */
     bool     omitFields = false;          /* leaves out nFields: a reader takes the count before it         */
     Fields   fields = Fields::formula;
+    double   offset = 0;                  /* added to all formula values on nodes: tells writings apart     */
     std::vector<FamSpec> families;        /* other families of nodal output, with the same steps            */
     std::vector<SetFamSpec> setFamilies;  /* outputs on the nodes of surface sets, with the same steps      */
     bool     top = false;                 /* writes the log of time steps                                   */
@@ -158,7 +159,8 @@ struct OutElems {                         /* some elements, or all, of some volu
 };
 
 /* value = c0 + cx x + cy y + cz z + cs s + cxs x s, with s the position of the step, from 0. Coordinates are those of
-   the mesh at rest and multiples of 1/1024, coefficients are multiples of 1/128: all sums are exact in 64 bits. */
+   the mesh at rest and multiples of 1/1024, coefficients are multiples of 1/128: all sums are exact in 64 bits. The
+   spec's offset is in c0. */
 struct Formula { double c0, cx, cy, cz, cs, cxs; };
 
 /* an array that the reader plugin shows: components first to first+nComps-1 of a variable */

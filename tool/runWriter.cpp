@@ -401,6 +401,16 @@ void writeStep(DataFiles &files, const RunModel &model, int step)
     }
 }
 
+/* Nodal output, all families, and the log of time steps */
+void writeOutputs(DataFiles &files, const RunModel &model)
+{
+    const RunSpec &spec = model.spec;
+    for (int s = 0; s < model.nSteps(); ++s) writeStep(files, model, s);
+    for (const FamSpec &fam : spec.families) writeFamily(files, model, fam);
+    for (const SetFamSpec &fam : spec.setFamilies) writeSetFamily(files, model, fam);
+    if (spec.top) writeTop(files, model);
+}
+
 /* ---- the run ---- */
 
 void writeLog(const RunSpec &spec)
@@ -439,15 +449,19 @@ void writeRun(const RunModel &model)
     writeNodeSets(files, model);
     if (spec.nSds > 0) writeDecomposition(files, model);
     for (size_t g = 0; spec.osn && g < model.osfs.size(); ++g) writeNodeList(files, model, (int) g);
-    for (int s = 0; s < model.nSteps(); ++s) writeStep(files, model, s);
-    for (const FamSpec &fam : spec.families) writeFamily(files, model, fam);
-    for (const SetFamSpec &fam : spec.setFamilies) writeSetFamily(files, model, fam);
-    if (spec.top) writeTop(files, model);
+    writeOutputs(files, model);
     files.close();
     ClientInfo(model).write();
     writeLog(spec);
 }
 
 void writeRun(const RunSpec &spec) { writeRun(RunModel(spec)); }
+
+void writeSteps(const RunModel &model)
+{
+    DataFiles files(dataBase(model.spec), model.spec.form, true);
+    writeOutputs(files, model);
+    files.close();
+}
 
 }

@@ -19,6 +19,10 @@ namespace tool {
 void writeRun(const RunSpec &spec);
 void writeRun(const RunModel &model);
 
+/* The steps alone, into the folder of a run that is there: what else it has stays, in a container too. A step that is
+   there is written over. Throws std::runtime_error. */
+void writeSteps(const RunModel &model);
+
 /* the paths of the log and of the folder of data files, both with the spec's dir in front */
 std::string logFile(const RunSpec &spec);
 std::string dataFolder(const RunSpec &spec);

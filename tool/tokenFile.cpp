@@ -165,8 +165,14 @@ std::unique_ptr<TokenSink> newSink(const std::string &path, Form form)
     throw std::invalid_argument("file " + path + ": a member is made in its container");
 }
 
+void stop()
+{
+    if (beforeToken) beforeToken();
+}
+
 void putTable(TokenSink &sink, Kind kind, int64_t nRows, int64_t nCols, const void *values)
 {
+    stop();
     sink.begin(kind, nRows, nCols);
     sink.rows(values, nRows);
     sink.end();
@@ -175,6 +181,7 @@ void putTable(TokenSink &sink, Kind kind, int64_t nRows, int64_t nCols, const vo
 template <class T>
 void putTable(TokenSink &sink, Kind kind, int64_t nRows, int64_t nCols, const TokenFile::Rows<T> &rows)
 {
+    stop();
     sink.begin(kind, nRows, nCols);
     if (nCols > 0) {
         const int64_t atOnce = nCols < 32768 ? 32768 / nCols : 1;
@@ -199,6 +206,8 @@ void putHead(TokenFile &file, const std::string &key, int32_t nCols, int32_t nRo
 
 /* ---- a file ---- */
 
+void (*beforeToken)();
+
 TokenFile::TokenFile(const std::string &path, Form form) : sink(newSink(path, form)) {}
 TokenFile::TokenFile(Container &container, const std::string &member) : sink(container.newMember(member)) {}
 
@@ -217,7 +226,12 @@ void TokenFile::close()
     closing->close();
 }
 
-void TokenFile::str(const std::string &text)             { sink->str(text); }
+void TokenFile::str(const std::string &text)
+{
+    stop();
+    sink->str(text);
+}
+
 void TokenFile::ints  (const int32_t *values, int64_t n) { putTable(*sink, Kind::integer, 1, n, values); }
 void TokenFile::reals (const double  *values, int64_t n) { putTable(*sink, Kind::real,    1, n, values); }
 void TokenFile::floats(const float   *values, int64_t n) { putTable(*sink, Kind::single,  1, n, values); }
@@ -266,9 +280,10 @@ void TokenFile::keyReals(const std::string &key, int32_t nCols, int32_t nRows, c
 
 /* ---- the files of a run ---- */
 
-DataFiles::DataFiles(const std::string &commonBase, Form formOfAll) : base(commonBase), form(formOfAll)
+DataFiles::DataFiles(const std::string &commonBase, Form formOfAll, bool keepMembers)
+    : base(commonBase), form(formOfAll)
 {
-    if (form == Form::container) container = std::make_unique<Container>(base);
+    if (form == Form::container) container = std::make_unique<Container>(base, keepMembers);
 }
 
 TokenFile DataFiles::make(const std::string &tail)

@@ -53,6 +53,9 @@ private:
     std::unique_ptr<Ids> ids;
 };
 
+/* Called before each token of every file, null for nothing: a test's writer stops there for a while. */
+extern void (*beforeToken)();
+
 /* A file being written. Every function throws std::runtime_error, with the file's name, if it cannot write. */
 class TokenFile {
 public:
@@ -91,8 +94,9 @@ private:
 /* The data files of a run in one form: files of their own, or members of one container. */
 class DataFiles {
 public:
-    /* base: what all their paths begin with, <folder>/<problem>.<run>; the container's path is just this */
-    DataFiles(const std::string &base, Form form);
+    /* base: what all their paths begin with, <folder>/<problem>.<run>; the container's path is just this. keepMembers:
+       as of Container */
+    DataFiles(const std::string &base, Form form, bool keepMembers = false);
 
     TokenFile make(const std::string &tail);          /* of the name, such as ".crd" or "_10_0.out"            */
     void close();                                     /* after all files; throws if the container fails        */

@@ -83,11 +83,11 @@ TEST(runConverter, aConvertedRunIsTheRunWrittenInThatForm)
 
 /* ---- a real run ---- */
 
-static const std::string realRun = std::string(RDB_SOURCE_DIR) + "/../shared/data/disk";
+static const std::string realRun = RDB_REAL_RUN;
 
 TEST(runConverter, aRealRunToTheLastBit)
 {
-    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run beside the sources";
+    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run to test with";
     for (Form from : binaryForms) {
         const std::string folder = realRun + "/" + caseOf(from).name;
         std::vector<std::string> tails;

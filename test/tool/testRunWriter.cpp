@@ -309,6 +309,35 @@ TEST(runWriter, allFilesHoldWhatTheModelSays)
             }
 }
 
+TEST(runWriter, stepsAreAddedToARunThatIsThere)
+{
+    for (const auto &f : forms) {
+        SCOPED_TRACE(f.name);
+        RunSpec spec;
+        spec.form = f.form;
+        spec.nSds = 2;
+        const RunModel first(spec);
+        writeRun(first);
+
+        spec.steps  = {7};
+        spec.offset = 4096;
+        const RunModel second(spec);
+        EXPECT_EQ(second.value(0, 2, 5, 0), first.value(0, 2, 5, 0) + 4096);
+        writeSteps(second);
+        checkOutput(second);
+        checkOutput(first);
+        checkMeshFiles(first);
+        checkDecomposition(first);
+
+        spec.steps = {0};                              /* over the one that is there */
+        const RunModel again(spec);
+        writeSteps(again);
+        checkOutput(again);
+        checkOutput(second);
+        fs::remove_all(dataFolder(spec));
+    }
+}
+
 TEST(runWriter, masksAndHeadersFollowTheVariables)
 {
     const struct { uint64_t mask; bool two; bool omitFilms, omitFields; int word, masks[2]; } cases[] = {
@@ -551,7 +580,7 @@ TEST(runWriter, clientInformationNamesAllFilesAndSizes)
 
 /* ---- beside a real run ---- */
 
-static const std::string realRun = std::string(RDB_SOURCE_DIR) + "/../shared/data/disk";
+static const std::string realRun = RDB_REAL_RUN;
 
 /* a run of ours with the same kinds of files, variables and parts as the real one */
 static RunSpec likeTheRealRun(Form form, bool merged)
@@ -566,7 +595,7 @@ static RunSpec likeTheRealRun(Form form, bool merged)
 
 TEST(runWriter, keysStandInTheOrderOfARealRun)
 {
-    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run beside the sources";
+    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run to test with";
     for (const auto &f : forms) {
         if (!fs::exists(realRun + "/" + f.name)) continue;
         SCOPED_TRACE(f.name);
@@ -613,7 +642,7 @@ static std::string shapeOf(const std::string &line)
 
 TEST(runWriter, clientInformationHasTheLinesOfARealRun)
 {
-    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run beside the sources";
+    if (!fs::exists(realRun)) GTEST_SKIP() << "no real run to test with";
     const RunSpec spec = likeTheRealRun(Form::ascii, false);
     writeRun(spec);
     std::map<std::string, std::set<std::string>> ours, theirs;
