@@ -12,16 +12,14 @@ static std::string formFolder(int form) { return fuzzFolder() + "/" + smallForms
 static std::string kept[N_SMALL_FORMS][N_SMALL_FILES];      /* the files as they were */
 static int         form, file;                              /* of this input          */
 
-static std::string fileName() { return smallFiles[file] + tool::formSuffix(smallForms[form].form); }
-
-static void repair() { fuzzWrite(fileName(), kept[form][file]); }
+static void repair() { fuzzWrite(smallName(form, file), kept[form][file]); }
 
 static void makeRuns()
 {
     for (form = 0; form < N_SMALL_FORMS; ++form) {
-        writeSmallRun(formFolder(form), smallForms[form].form);
+        writeSmallRun(formFolder(form), smallForms[form].form, smallForms[form].merged);
         fuzzEnter(formFolder(form));
-        for (file = 0; file < N_SMALL_FILES; ++file) kept[form][file] = smallBytes(fileName());
+        for (file = 0; file < N_SMALL_FILES; ++file) kept[form][file] = smallBytes(smallName(form, file));
     }
 }
 
@@ -41,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     file = bytes.next() % N_SMALL_FILES;
     const uint8_t how = bytes.next();
     fuzzEnter(formFolder(form));
-    fuzzWrite(fileName(), bytes.at, bytes.left());
+    fuzzWrite(smallName(form, file), bytes.at, bytes.left());
     const uint64_t sum = fuzzOpenAndSweep(how, repair);
     repair();
     if (sum != 0) fuzzCheck(sum == goodSum(how / 16 % FUZZ_PARTS));

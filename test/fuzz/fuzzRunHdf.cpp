@@ -96,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (fuzzStart()) {
         H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-        writeSmallRun(".", tool::Form::container);
+        writeSmallRun(".", tool::Form::container, false, true);
         good = smallBytes("p.1.C");
         fuzzFirst = 1;
     }

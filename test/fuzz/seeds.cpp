@@ -2,6 +2,7 @@
  * DIR/<target>/ for each target. Good files come from the run writer; what stands before them in the data is what the
  * head of each target tells. */
 
+#include <algorithm>
 #include <filesystem>
 #include <vector>
 
@@ -147,13 +148,14 @@ static const char moreLines[] =
 
 static void makeRuns()
 {
-    for (size_t form = 0; form < N_SMALL_FORMS; ++form) {
+    for (int form = 0; form < N_SMALL_FORMS; ++form) {
         const std::string dir = (scratch / smallForms[form].folder).string();
-        writeSmallRun(dir, smallForms[form].form);
-        for (size_t file = 0; file < N_SMALL_FILES; ++file) {
-            const Bytes bytes = smallBytes(dir + "/" + smallFiles[file] + tool::formSuffix(smallForms[form].form));
-            for (size_t how : { (form + file) % 8, 8 + 17 * (file % 8) })           /* a part of the keys each */
-                put("fuzzRun", byte(form) + byte(file) + byte(how) + bytes);
+        writeSmallRun(dir, smallForms[form].form, smallForms[form].merged);
+        for (int file = 0; file < N_SMALL_FILES; ++file) {
+            const Bytes bytes = smallBytes(dir + "/" + smallName(form, file));
+            for (int part = form % 2; part < 8; part += 2)      /* of the keys: all of them in two forms */
+                put("fuzzRun", byte(form) + byte(file) + byte(part) + bytes);
+            put("fuzzRun", byte(form) + byte(file) + byte(8 + 17 * (file % 8)) + bytes);
         }
         Bytes cli = smallBytes(dir + "/p.1.cli");
         for (size_t how : { 0, 1, 2, 3, 4, 5, 6, 7, 8 }) put("fuzzCli", byte(how) + cli);
@@ -175,17 +177,37 @@ static void makeNames()
     }
 }
 
+/* The names in the container, in its order: those of the files of the same run in text. */
+static std::vector<std::string> membersOf(const std::string &dir)
+{
+    std::vector<std::string> members;
+    for (const auto &entry : fs::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string(), ext = entry.path().extension().string();
+        if (ext != ".cli" && ext != ".Log") members.push_back(name);
+    }
+    std::sort(members.begin(), members.end());
+    return members;
+}
+
+static Bytes change(size_t kind, size_t member, size_t number)
+{
+    return byte(kind) + byte(member) + byte(number) + counted(Bytes("\2\0\0\0", 4));
+}
+
 /* Changes of fuzzRunHdf.cpp: none, and one of each kind in some places. */
 static void makeContainers()
 {
+    const std::string dir = (scratch / "members").string();
+    writeSmallRun(dir, tool::Form::ascii, false, true);
+    const std::vector<std::string> members = membersOf(dir);
     for (size_t how : { 0, 1, 2, 3, 4, 5, 6, 7, 8 }) put("fuzzRunHdf", byte(how));
-    /* user ids of nodes that cannot be read: asked for by many, who must not keep what they were about to fill */
-    for (size_t part = 0; part < 8; ++part)
-        put("fuzzRunHdf", byte(part) + byte(0) + byte(30) + byte(12) + counted(Bytes("\2\0\0\0", 4)));
-    for (size_t kind = 0; kind < 6; ++kind)
-        for (size_t member : { 0, 8, 17, 30 })
-            put("fuzzRunHdf", byte((member + kind) % 8) + byte(kind) + byte(member) + byte(3 * kind + member % 7) +
-                              counted(Bytes("\2\0\0\0", 4)));
+    for (size_t m = 0; m < members.size(); ++m) {
+        /* user ids of nodes that cannot be read: asked for by many, who must not keep what they were about to fill */
+        for (size_t part = 0; members[m] == "p.1.crd" && part < 8; ++part)
+            put("fuzzRunHdf", byte(part) + change(0, m, 12));
+        for (size_t kind : { m % 6, (m + 3) % 6 })
+            put("fuzzRunHdf", byte((m + kind) % 8) + change(kind, m, 3 * kind + m % 7));
+    }
 }
 
 /* ---- options and expressions ---- */
