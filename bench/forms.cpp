@@ -1,12 +1,18 @@
-/* forms.cpp: what the library adds to the plain read of each storage form.
+/* forms.cpp: what the library adds to the plain read of each storage form, and what it takes for several arrays of one
+ * step.
  *
  *     benchForms <rounds> <run.Log>...
+ *     benchForms --arrays <rounds> <run.Log>...
  *
  * "library" opens the run and reads coordinates, connectivity and all arrays of all steps; "plain" reads the bytes of
  * all the run's data files and does nothing with them, as their form is read at best: into memory, through zcat, or
  * data set by data set. The same run in several forms makes a row each, in turns, so that a busy moment hits all alike.
  * The best of all rounds is printed, as a table in Markdown: time, and processor time with that of other programs such
- * as zcat, which holds still when other work goes on. */
+ * as zcat, which holds still when other work goes on.
+ *
+ * With --arrays a table tells what an array costs if the first one, two, four or all of a step are asked for, in the
+ * order of the list, and so for what is made of the gradient of the velocity. Each round opens the run, reads a step to
+ * have all that is read once, and then asks at each further step. */
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -100,6 +106,70 @@ void readByLibrary(const Row &row)
     }
     rdbCloseRun(hd);
     rdbFree(hd);
+}
+
+/* ---- several arrays of a step ---- */
+
+struct Ask { const char *key, *dim; int var; };
+
+const std::vector<Ask> gradients = {
+    { "outAuxValues", "outAuxVarDim", 1 }, { "outAuxValues", "outAuxVarDim", 3 },
+    { "outGradValues", "outGradVarDim", 0 },
+};
+
+void readArrays(rdbHd *hd, const std::vector<Ask> &asked, size_t n, int step)
+{
+    static std::vector<double> values;
+    const int nNodes = number(hd, "nNodes");
+    for (size_t i = 0; i < n; ++i) {
+        const int dim = number(hd, asked[i].dim, asked[i].var);
+        values.resize(size_t(nNodes) * size_t(dim));
+        if (!rdbGetReals2(hd, asked[i].key, values.data(), asked[i].var, step, dim, nNodes))
+            fail(std::string(asked[i].key) + ": " + rdbGetError());
+    }
+}
+
+template <class F> void timed(Best *best, F f);
+
+/* The first n of them at all steps but the first: time of a step */
+Best timeArrays(const Row &row, const std::vector<Ask> &asked, size_t n, int rounds)
+{
+    Best best;
+    for (int round = 0; round < rounds; ++round) {
+        rdbHd *hd = rdbNew(row.problem.c_str(), "QUENTA.DIR", row.folder.c_str(), 0);
+        if (!hd || !rdbOpenRun(hd, row.run)) fail(row.folder + ": " + rdbGetError());
+        const int nSteps = number(hd, "nOutSteps");
+        readArrays(hd, asked, asked.size(), 0);
+        for (int step = 1; step < nSteps; ++step) timed(&best, [&] { readArrays(hd, asked, n, step); });
+        rdbFree(hd);
+    }
+    return best;
+}
+
+void printArrays(const Row &row, const char *what, const std::vector<Ask> &asked, int rounds)
+{
+    std::vector<size_t> counts;
+    for (const size_t n : { size_t(1), size_t(2), size_t(4), asked.size() })
+        if (n <= asked.size() && (counts.empty() || n > counts.back())) counts.push_back(n);
+    for (const size_t n : counts) {
+        const Best best = timeArrays(row, asked, n, rounds);
+        std::printf("| %s | %s | %zu | %.1f | %.1f | %.1f |\n", row.folder.substr(row.folder.rfind('/') + 1).c_str(),
+                    what, n, 1000 * best.wall, 1000 * best.cpu, 1000 * best.cpu / double(n));
+        std::fflush(stdout);
+    }
+}
+
+void measureArrays(const Row &row, int rounds)
+{
+    rdbHd *hd = rdbNew(row.problem.c_str(), "QUENTA.DIR", row.folder.c_str(), 0);
+    if (!hd || !rdbOpenRun(hd, row.run)) fail(row.folder + ": " + rdbGetError());
+    if (number(hd, "nOutSteps") < 2) fail(row.folder + " has less than two steps");
+    std::vector<Ask> stored;
+    for (int v = 0, n = number(hd, "nOutVars"); v < n; ++v) stored.push_back({ "outValues", "outVarDim", v });
+    const bool hasVelocity = number(hd, "nOutAuxVars") > 1;
+    rdbFree(hd);
+    printArrays(row, "stored", stored, rounds);
+    if (hasVelocity) printArrays(row, "from the gradient", gradients, rounds);
 }
 
 /* ---- plainly ---- */
@@ -198,11 +268,19 @@ template <class F> void timed(Best *best, F f)
 
 int main(int argc, char **argv)
 {
+    const bool arrays = argc > 1 && std::string(argv[1]) == "--arrays";
+    argc -= arrays;
+    argv += arrays;
     const int rounds = argc > 2 ? std::atoi(argv[1]) : 0;
-    if (rounds < 1) fail("usage: benchForms <rounds> <run.Log>...");
+    if (rounds < 1) fail("usage: benchForms [--arrays] <rounds> <run.Log>...");
     std::vector<Row> rows;
     for (int i = 2; i < argc; ++i) rows.push_back(rowOf(argv[i]));
     for (Row &row : rows) row.bytes = readPlainly(row, false);           /* which also warms the files */
+    if (arrays) {
+        std::printf("| form | arrays | asked | ms | CPU | CPU per array |\n|---|---|--:|--:|--:|--:|\n");
+        for (const Row &row : rows) measureArrays(row, rounds);
+        return 0;
+    }
     for (int round = 0; round < rounds; ++round) {
         for (Row &row : rows) {
             timed(&row.library, [&] { readByLibrary(row); });

@@ -12,6 +12,14 @@
 #include <sstream>
 
 vtkStandardNewMacro(TestReader);
+vtkStandardNewMacro(TestProxy);
+
+void TestProxy::SetReader(vtkMarivaneReaderBase *reader)
+{
+    if (reader) reader->Register(this);
+    if (this->Reader) this->Reader->UnRegister(this);
+    this->Reader = reader;
+}
 
 /* Under a sanitizer: a reader never closes its database, and a failure does not unwind, so that both leave memory. */
 extern "C" __attribute__((visibility("default"))) const char *__asan_default_options() { return "detect_leaks=0"; }

@@ -31,6 +31,7 @@ public:
     using vtkMarivaneReader::Arrays;
     using vtkMarivaneReader::Blocks;
     using vtkMarivaneReader::CbcGroups;
+    using vtkMarivaneReader::Coordinates;
     using vtkMarivaneReader::CurrentCoordinateStep;
     using vtkMarivaneReader::Database;
     using vtkMarivaneReader::ElmGroups;
@@ -42,6 +43,23 @@ public:
     using vtkMarivaneReader::SrsGroups;
     using vtkMarivaneReader::Variable;
     using vtkMarivaneReader::Variables;
+};
+
+/* The proxy with such a reader, or with another one of its kind. */
+class TestProxy : public vtkMarivaneReaderProxy
+{
+public:
+    static TestProxy *New();
+    vtkTypeMacro(TestProxy, vtkMarivaneReaderProxy);
+
+    using vtkMarivaneReaderProxy::RequestData;
+
+    void        SetReader(vtkMarivaneReaderBase *reader);      /* null: none, as if it could not be made */
+    TestReader *GetReader() { return TestReader::SafeDownCast(this->Reader); }
+
+protected:
+    TestProxy() { this->SetReader(vtkNew<TestReader>()); }
+    ~TestProxy() override { if (!this->Reader) this->Reader = TestReader::New(); }
 };
 
 /* Options for the next open: lines of a configuration file of their own. */

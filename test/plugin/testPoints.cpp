@@ -82,6 +82,30 @@ TEST(points, stepZeroOfAMovingMeshShowsTheMeshAsStored)
     EXPECT_EQ(o.shift(o.reader->GetPoints(0, 0), 0), 0.0);
 }
 
+/* No value of it is looked at, neither when the run is read nor when the first step is shown again. */
+TEST(points, ofStepZeroNeedNoDisplacement)
+{
+    const tool::RunModel model(quietRun("pressure,mesh_displacement"));
+    tool::writeRun(model);
+    const std::string name = "QUENTA.DIR/pipe.1_0_0.out", key = "aleDisp";
+    std::string       text = testRead(name);
+    const size_t      at = text.find(key);
+    ASSERT_NE(at, std::string::npos);
+    testWrite(name, text.replace(at, key.size(), "damaged"));
+
+    vtkNew<TestReader> reader;
+    checkReturns(reader->ReadData("pipe.1.Log"));
+    ASSERT_EQ(reader->GetMeshMoves(), 1);
+    double xyz[3];
+    model.crd(model.blockNodes(0)[0], xyz);
+    for (int step : { 0, 1, 0 }) {
+        vtkPoints *points = nullptr;
+        checkReturns(points = reader->GetPoints(0, step));
+        ASSERT_NE(points, nullptr);
+        EXPECT_EQ(points->GetPoint(0)[0] == float(xyz[0]), step == 0) << step;
+    }
+}
+
 TEST(points, moveWithTheStep)
 {
     Opened o(quietRun("pressure,mesh_displacement"));

@@ -5,6 +5,8 @@
 #include "vtkDoubleArray.h"
 #include "vtkExecutive.h"
 #include "vtkInformation.h"
+#include "vtkInformationVector.h"
+#include "vtkObjectFactory.h"
 #include "vtkStreamingDemandDrivenPipeline.h"
 
 #include <filesystem>
@@ -229,6 +231,62 @@ TEST(proxy, aRunOfOneStepDropsItsDataAndDeliversOn)
     output = update(s.proxy, 0);
     EXPECT_EQ(gridOf(output, 0), grid);
     EXPECT_EQ(differs(s.model, output, 0), "");
+}
+
+/* What is only there to read with goes after the first delivery of a run of one step, and stays as long as there are
+   others to come. */
+TEST(proxy, aRunOfOneStepKeepsNoListsBehindItsDelivery)
+{
+    for (int nSteps : { 1, 2 }) {
+        const bool        stays = nSteps > 1;
+        const Source      s("pressure,mesh_displacement", nSteps);
+        vtkNew<TestProxy> proxy;
+        proxy->SetFileName("pipe.1.Log");
+        proxy->UpdateInformation();
+        EXPECT_NE(proxy->GetReader()->GetBlockNodeIds(0), nullptr);
+        EXPECT_EQ(differs(s.model, update(proxy, 0), 0), "");
+        for (int b = 0; b < s.model.nBlocks(); ++b)
+            EXPECT_EQ(proxy->GetReader()->GetBlockNodeIds(b) != nullptr, stays) << b;
+        EXPECT_EQ(proxy->GetReader()->Coordinates.Size() > 0, stays);
+        EXPECT_EQ(differs(s.model, vtkMultiBlockDataSet::SafeDownCast(proxy->GetOutputDataObject(0)), 0), "");
+    }
+}
+
+/* -------- a reader that has nothing to deliver from -------- */
+
+/* A reader of a database that cannot be. */
+class ReaderWithoutSets : public TestReader
+{
+public:
+    static ReaderWithoutSets *New();
+    vtkTypeMacro(ReaderWithoutSets, TestReader);
+    vtkTypeInt64 GetNumberOfSets() override { return -1; }
+};
+vtkStandardNewMacro(ReaderWithoutSets);
+
+TEST(proxy, afterAFailedInformationThereIsNoData)
+{
+    const Source      s("pressure", 2);
+    vtkNew<TestProxy> proxy;
+    proxy->SetReader(vtkNew<ReaderWithoutSets>());
+    proxy->SetFileName("pipe.1.Log");
+    std::string said;
+    const std::vector<std::string> errors =
+        errorsOf(proxy, [&] { said = printed([&] { proxy->UpdateInformation(); }); });
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_NE(errors[0].find("QUENTA: Error reading Marivane database.NumberOfSets < 0 "), std::string::npos);
+    EXPECT_EQ(said, "Failed in readgeometry \n");
+    EXPECT_EQ(errorsOf(proxy->GetExecutive(), [&] { said = printed([&] { proxy->Update(); }); }).size(), 1u);
+    EXPECT_NE(said.find("Information error in reader. \n"), std::string::npos) << said;
+}
+
+TEST(proxy, withoutAReaderThereIsNoData)
+{
+    vtkNew<TestProxy>            proxy;
+    vtkNew<vtkInformationVector> outputs;
+    proxy->SetReader(nullptr);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(proxy->RequestData(nullptr, nullptr, outputs), 0); }),
+              "Information error in reader. \n");
 }
 
 TEST(proxy, withoutStepsThereIsADataError)

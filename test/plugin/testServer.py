@@ -7,6 +7,7 @@
     RDB_NO_SLEEP    library that keeps a program from really waiting
 
 It runs in a fresh folder of its own. A skipped test ends with code 77."""
+import ctypes
 import json
 import os
 import re
@@ -219,7 +220,8 @@ def movesTheMesh():
 
 @test
 def deliversTheExtendedList():
-    """With the option extended_nodal_output: gradients, what is computed from the velocity, the other families, sets at the nodes."""
+    """With the option extended_nodal_output: gradients, what is computed from the velocity, the other families, sets at
+    the nodes."""
     expect, log = write_run("--nodes", "500", "--steps", "3", "--vars", "velocity,pressure",
                             "--families", "ora,odq,onr,oee,oae,ota", "--set-families", "osf,orf,oqf", "--log-steps")
     options("verbose = 0\nextended_nodal_output = true\n")
@@ -245,6 +247,31 @@ def deliversTheExtendedList():
         g = values["grad_velocity"]
         curl = numpy.stack([g[:, 7] - g[:, 5], g[:, 2] - g[:, 6], g[:, 3] - g[:, 1]], axis=1)
         same(numpy.allclose(values["vorticity"], curl, atol=1e-5), True)
+
+
+@test
+def reloadingShowsWhatTheSolverWroteSince():
+    """The list of steps is that of the opening, until the user reloads the file; what was chosen stays chosen."""
+    options("verbose = 0\nextended_nodal_output = true\n")
+    families = ("--vars", "velocity,pressure", "--set-families", "oqf", "--log-steps")
+    _, log = write_run("--steps", "2", *families)
+    source = reader(log)
+    source.UpdatePipeline(1)
+    source.PointArrayStatus = ["pressure", "solar_area"]
+    expect, _ = write_run("--steps", "4", *families)
+    source.UpdatePipelineInformation()
+    same(info(source, "TimestepValues"), [0.0, 1.0])
+    simple.ReloadFiles(source)
+    source.UpdatePipelineInformation()
+    same(info(source, "TimestepValues"), [0.0, 1.0, 2.0, 3.0])
+    same(list(source.PointArrayStatus), ["pressure", "solar_area"])
+    expect["arrays"] = [a for a in expect["arrays"] if a["name"] == "pressure"]
+    grids = blocks(source, 3)
+    same(set(arrays(grids[0])), {"pressure", "solar_area"})
+    same(max(arrays(grid)["solar_area"].max() for grid in grids) > 0, True, "the log has grown, too")
+    for grid in grids:
+        grid.GetPointData().RemoveArray("solar_area")
+    check_values(grids, expect, 3)
 
 
 @test
@@ -280,15 +307,38 @@ def filtersSurviveEverything():
             simple.Delete(result)
 
 
+@test
+def theScriptOfTheDocumentationMakesItsPicture():
+    if not shutil.which("xvfb-run"):
+        skip("no display")
+    _, log = write_run("--shape", "bend", "--fields", "demo", "--nodes", "3000", "--vars", "velocity,pressure")
+    script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "doc", "vorticity.py")
+    subprocess.run(["xvfb-run", "-a", "-s", "-noreset -screen 0 1600x1000x24", shutil.which("pvpython"), script, PLUGIN,
+                    log, "picture.png"], check=True, timeout=100)
+    picture = open("picture.png", "rb").read()
+    same(picture[:4], b"\x89PNG")
+    same(len(picture) > 20000, True, "a picture of something")
+
+
 # ---- a real run ----
 
-def real(form):
+def real_cells():
+    """The mesh and the values of the real run, and the cells of its blocks."""
     expected = os.path.join(REAL_RUN, "expected.npz")
     if not REAL_RUN or not os.path.exists(expected):
         skip("no real run")
     right = numpy.load(expected)
+    return right, [right["set_" + name] for name in ("inflow", "outflow", "shell", "disk")] + [right["volume"]]
+
+
+def real_log(form):
+    return os.path.join(REAL_RUN, form, "disk.1.Log")
+
+
+def real(form):
+    right, cells = real_cells()
     options()
-    source = reader(os.path.join(REAL_RUN, form, "disk.1.Log"))
+    source = reader(real_log(form))
     source.UpdatePipelineInformation()
     same(info(source, "TimestepValues"), [0.0, 1.0, 2.0])
     same(info(source, "PointArrayInfo")[::2], ["velocity", "pressure", "temperature", "AsH3", "CH4", "GaMe3", "H2"])
@@ -297,7 +347,6 @@ def real(form):
           '"OSFs":{"disk":[4],"outflow":[2]}}'])
 
     # the nodes of a block in the order of its points: user ids ascend, so both orders of the reader are this one
-    cells = [right["set_" + name] for name in ("inflow", "outflow", "shell", "disk")] + [right["volume"]]
     nodes = [numpy.unique(c) for c in cells]
     names = ("velocity", "pressure", "temperature", "AsH3", "CH4", "GaMe3", "H2")
     for step in (0, 1, 2, 1, 0):
@@ -308,7 +357,8 @@ def real(form):
             at = "block %d, step %d" % (b, step)
             types = [grid.GetCellType(i) for i in range(grid.GetNumberOfCells())]
             same(types, [9 if b < 4 else 12] * len(cells[b]), at)
-            same(numpy.array_equal(points(grid), right["points"][nodes[b]].astype(numpy.float32)), True, "points, " + at)
+            same(numpy.array_equal(points(grid), right["points"][nodes[b]].astype(numpy.float32)), True,
+                 "points, " + at)
             same(numpy.array_equal(nodes[b][connectivity(grid)], cells[b]), True, "cells, " + at)
             shown = arrays(grid)
             same(set(shown), set(names), at)
@@ -331,6 +381,46 @@ def realRunInBinary():
 @test
 def realRunInTheOtherByteOrder():
     real("swapped")
+
+
+@test
+def realRunWithItsExtendedList():
+    """Every array of every block at every step is what the library answers, rounded to 32 bits."""
+    right, cells = real_cells()
+    nodes = [numpy.unique(c) for c in cells]
+    n = len(right["points"])
+    entries = [("velocity", 3), ("pressure", 1), ("temperature", 1), ("species", 4), ("grad_velocity", 9),
+               ("grad_pressure", 3), ("grad_temperature", 3), ("grad_species", 12), ("volume", 1),
+               ("strain_rate_invariant_2", 1), ("velocity_magnitude", 1), ("vorticity", 3)]
+    split = {"species": ["AsH3", "CH4", "GaMe3", "H2"]}
+    options("verbose = 0\nextended_nodal_output = true\n")
+    load()
+    rdb = ctypes.CDLL(PLUGIN)                    # the plugin is the library, too
+    rdb.rdbNew.restype = ctypes.c_void_p
+    for form in ("ascii", "binary", "swapped"):
+        hd = ctypes.c_void_p(rdb.rdbNew(b"disk", b"QUENTA.DIR", os.path.join(REAL_RUN, form).encode(), 0))
+        same(bool(hd) and rdb.rdbOpenRun(hd, 1), 1, form)
+        source = reader(real_log(form))
+        source.UpdatePipelineInformation()
+        names = [name for entry, _ in entries for name in split.get(entry, [entry])]
+        same(info(source, "PointArrayInfo")[::2], names, form)
+        for step in (0, 1, 2, 0):
+            grids = blocks(source, step)
+            same([set(arrays(grid)) for grid in grids], [set(names)] * len(cells), form)
+            for i, (entry, dim) in enumerate(entries):
+                values = numpy.empty((n, dim))
+                good = rdb.rdbGetReals2(hd, b"outExtValues", values.ctypes.data_as(ctypes.c_void_p), i, step, dim, n)
+                same(good, 1, entry)
+                parts = split.get(entry, [entry])
+                for s, name in enumerate(parts):
+                    expected = values[:, s:s + 1] if len(parts) > 1 else values
+                    for b, grid in enumerate(grids):
+                        at = "%s, %s, block %d, step %d" % (form, name, b, step)
+                        array = grid.GetPointData().GetArray(name)
+                        same(array.GetNumberOfComponents(), expected.shape[1], at)
+                        same([array.GetComponentName(c) for c in range(expected.shape[1])], [None] * expected.shape[1])
+                        got = vtk_to_numpy(array).reshape(len(nodes[b]), -1)
+                        same(numpy.array_equal(got, expected[nodes[b]].astype(numpy.float32)), True, at)
 
 
 # ---- what is said, by a process of its own ----
@@ -417,6 +507,21 @@ def aLostFileEndsTheProcessInOrder():
     code, out, err = said(log, 0)
     same(code, 1)
     has(err, "Marivane-Reader: *** ASSERTION in Function <", "pipe.1.vol0")
+
+
+@test
+def aHalfWrittenStepEndsTheProcessInOrder():
+    options()
+    _, log = write_run("--form", "ascii", "--steps", "3")
+    newest = "run/QUENTA.DIR/pipe.1_2_0.out"
+    text = open(newest).read()
+    open(newest, "w").write(text[:len(text) // 2])
+    code, out, err = said(log, 0, 1)
+    same((code, out), (0, "still here\n"), "the steps before it")
+    code, out, err = said(log, 0, 2)
+    same(code, 1)
+    has(err, "Marivane-Reader: *** EOF in ascii file <QUENTA.DIR/pipe.1_2_0.out>")
+    same("still here" in out, False)
 
 
 if len(sys.argv) < 2:
