@@ -7,8 +7,8 @@
  *
  * rdbUpdate looks at the time of the directory, which moves whenever the solver makes a file. If it moved, the names
  * are read anew and the open run is opened anew, which drops all that was cached. So they are if a container, or the
- * run's client information file, is another one than was read. A file that grows does not move the directory's time: the files of a run
- * that grow with each step are a table, and the time of each is looked at by itself.
+ * run's client information file, is another one than was read. A file that grows does not move the directory's time:
+ * the files of a run that grow with each step are a table, and the time of each is looked at by itself.
  *
  * What counts are whole seconds, in which a solver makes many files. Where finer parts of the time say that there may
  * be a new file all the same, or the time was too fresh at the scan to tell, the names are read once more; only one
