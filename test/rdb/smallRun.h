@@ -13,6 +13,19 @@
 #include "test/testUtil.h"
 #include "tool/tokenFile.h"
 
+/* A handle of this folder with run 1 of the problem open. The caller frees it. */
+inline rdbHd *openRunOf(const char *problem)
+{
+    rdbHd *hd = nullptr;
+    int    ok = 0;
+    checkReturns(hd = rdbNew(problem, ".", nullptr, 0); ok = hd && rdbOpenRun(hd, 1));
+    EXPECT_TRUE(ok) << rdbGetError();
+    return hd;
+}
+
+/* The same of what the run writer writes when it is given no name */
+inline rdbHd *openPipe() { return openRunOf("pipe"); }
+
 /* The storage forms that every test of contents goes through. That the others answer the same is the business of
    testContainers.cpp. */
 static const struct { const char *name; tool::Form form; } smallForms[] = {
@@ -199,15 +212,7 @@ struct SmallRun {
         for (int step : steps) writeStep(step);
     }
 
-    /* A handle with the run open. The caller frees it. */
-    static rdbHd *open()
-    {
-        rdbHd *hd = nullptr;
-        int    ok = 0;
-        checkReturns(hd = rdbNew("p", ".", nullptr, 0); ok = hd && rdbOpenRun(hd, 1));
-        EXPECT_TRUE(ok) << rdbGetError();
-        return hd;
-    }
+    static rdbHd *open() { return openRunOf("p"); }
 
     rdbHd *writeAndOpen() const
     {

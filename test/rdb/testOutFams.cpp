@@ -66,15 +66,6 @@ static tool::RunSpec specOf(const char *ext, uint64_t rows)
 /* Width of the conductivity: no other test's runs count */
 static void forgetOlderRuns() { odqOdq.older->met = 0; }
 
-static rdbHd *openPipe()
-{
-    rdbHd *hd = nullptr;
-    int    ok = 0;
-    checkReturns(hd = rdbNew("pipe", ".", nullptr, 0); ok = hd && rdbOpenRun(hd, 1));
-    EXPECT_TRUE(ok) << rdbGetError();
-    return hd;
-}
-
 static void clearFolder()
 {
     for (const auto &entry : fs::directory_iterator(".")) fs::remove_all(entry.path());

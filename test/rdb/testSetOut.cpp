@@ -49,15 +49,6 @@ static tool::RunSpec specOf(const char *ext, uint64_t rows = UINT64_MAX)
     return spec;
 }
 
-static rdbHd *openPipe()
-{
-    rdbHd *hd = nullptr;
-    int    ok = 0;
-    checkReturns(hd = rdbNew("pipe", ".", nullptr, 0); ok = hd && rdbOpenRun(hd, 1));
-    EXPECT_TRUE(ok) << rdbGetError();
-    return hd;
-}
-
 static void clearFolder()
 {
     for (const auto &entry : fs::directory_iterator(".")) fs::remove_all(entry.path());

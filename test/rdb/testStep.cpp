@@ -626,15 +626,6 @@ static tool::RunSpec setSpec(tool::Form form, bool merged)
     return spec;
 }
 
-static rdbHd *openPipe()
-{
-    rdbHd *hd = nullptr;
-    int    ok = 0;
-    checkReturns(hd = rdbNew("pipe", ".", nullptr, 0); ok = hd && rdbOpenRun(hd, 1));
-    EXPECT_TRUE(ok) << rdbGetError();
-    return hd;
-}
-
 /* The array i of family f on a set */
 static void checkSetArray(rdbHd *hd, const tool::RunModel &model, int f, int set, int i, int step)
 {
