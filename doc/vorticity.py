@@ -42,12 +42,17 @@ grids = [data.GetBlock(b) for b in range(data.GetNumberOfBlocks())]
 
 
 def blocks(dimension):
-    return ["/Root/Block%d" % b for b, grid in enumerate(grids)
-            if grid.GetNumberOfCells() and grid.GetCell(0).GetCellDimension() == dimension]
+    chosen = [b for b, grid in enumerate(grids)
+              if grid.GetNumberOfCells() and grid.GetCell(0).GetCellDimension() == dimension]
+    extract = ExtractBlock(Input=run)
+    if "Selectors" in extract.ListProperties():
+        extract.Selectors = ["/Root/Block%d" % b for b in chosen]
+    else:                                               # ParaView 5.9 counts blocks, the root being 0
+        extract.BlockIndices = [b + 1 for b in chosen]
+    return extract
 
 
-flow = MergeBlocks(Input=ExtractBlock(Input=run, Selectors=blocks(3)))
-walls = ExtractBlock(Input=run, Selectors=blocks(2))
+flow, walls = MergeBlocks(Input=blocks(3)), blocks(2)
 flow.UpdatePipeline()
 low, high = numpy.array(flow.GetDataInformation().GetBounds()).reshape(3, 2).T
 middle, reach = (low + high) / 2, max(high - low)
@@ -70,7 +75,8 @@ def values(name):
 def view_of(name, component, label, preset, limits, log_scale):
     """A view with the half coloured by one component, or by "Magnitude"."""
     view = CreateRenderView()
-    view.UseColorPaletteForBackground = 0
+    if "UseColorPaletteForBackground" in view.ListProperties():     # newer than ParaView 5.9
+        view.UseColorPaletteForBackground = 0
     view.Background = [0.06, 0.08, 0.13]
     view.OrientationAxesVisibility = 0
 
@@ -99,7 +105,8 @@ def view_of(name, component, label, preset, limits, log_scale):
 
     bar = GetScalarBar(function, view)
     bar.Title, bar.ComponentTitle = label, ""
-    bar.Orientation, bar.WindowLocation, bar.Position = "Horizontal", "Any Location", [0.2, 0.02]
+    anywhere = [name for name in bar.GetProperty("WindowLocation").Available if name.startswith("Any")]
+    bar.Orientation, bar.WindowLocation, bar.Position = "Horizontal", anywhere[0], [0.2, 0.02]
     bar.ScalarBarLength, bar.ScalarBarThickness = 0.6, 18
     bar.TitleFontSize, bar.LabelFontSize = 20, 16
     bar.AutomaticLabelFormat, bar.LabelFormat, bar.RangeLabelFormat = 0, "%-.3g", "%-.3g"
