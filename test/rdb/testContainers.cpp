@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "test/rdb/everyKey.h"
+#include "tool/runConverter.h"
 #include "tool/runWriter.h"
 
 namespace fs = std::filesystem;
@@ -89,23 +90,39 @@ static std::string boxOf(const tool::RunSpec &spec)
     return tool::dataFolder(spec) + "/" + spec.problem + "." + std::to_string(spec.run) + ".C";
 }
 
+/* All that a folder's run answers */
+static Answers answersIn(const fs::path &folder, const std::string &problem, const std::string &dataDir, int run)
+{
+    const fs::path here = fs::current_path();
+    rdbHd *hd = nullptr;
+    int    ok = 0;
+    fs::current_path(folder);
+    checkReturns(hd = rdbNew(problem.c_str(), dataDir.c_str(), nullptr, 0); ok = hd && rdbOpenRun(hd, run));
+    EXPECT_EQ(ok, 1) << rdbGetError();
+    Answers answers(hd);
+    freeDb(hd);
+    fs::current_path(here);
+    return answers;
+}
+
 /* The run of a spec, written to a folder of its own, read back from there and closed */
 static Answers answersOf(tool::RunSpec spec)
 {
     spec.dir = std::string("run-") + tool::formRow(spec.form).word + (spec.merged ? "-merged" : "");
     tool::writeRun(spec);
     EXPECT_EQ(fs::exists(boxOf(spec)), spec.form == tool::Form::container);
-    const fs::path here = fs::current_path();
-    rdbHd *hd = nullptr;
-    int    ok = 0;
-    fs::current_path(spec.dir);
-    checkReturns(hd = rdbNew(spec.problem.c_str(), spec.dataDir.c_str(), nullptr, 0);
-                 ok = hd && rdbOpenRun(hd, spec.run));
-    EXPECT_EQ(ok, 1) << rdbGetError();
-    Answers answers(hd);
-    freeDb(hd);
-    fs::current_path(here);
-    return answers;
+    return answersIn(spec.dir, spec.problem, spec.dataDir, spec.run);
+}
+
+static void checkSame(const Answers &answers, const Answers &others)
+{
+    EXPECT_EQ(others.nAnswered, answers.nAnswered);
+    EXPECT_EQ(others.found.size(), answers.found.size());
+    for (const auto &[key, bytes] : answers.found) {
+        const auto it = others.found.find(key);
+        ASSERT_NE(it, others.found.end()) << key;
+        EXPECT_TRUE(it->second == bytes) << key;
+    }
 }
 
 static void checkSameInEveryForm(tool::RunSpec spec, int atLeast)
@@ -119,15 +136,23 @@ static void checkSameInEveryForm(tool::RunSpec spec, int atLeast)
             SCOPED_TRACE(std::string(form.word) + (merged ? ", merged" : ""));
             spec.form = form.value;
             spec.merged = merged;
-            const Answers other = answersOf(spec);
-            EXPECT_EQ(other.nAnswered, binary.nAnswered);
-            EXPECT_EQ(other.found.size(), binary.found.size());
-            for (const auto &[key, bytes] : binary.found) {
-                const auto it = other.found.find(key);
-                ASSERT_NE(it, other.found.end()) << key;
-                EXPECT_TRUE(it->second == bytes) << key;
-            }
+            checkSame(binary, answersOf(spec));
         }
+    EXPECT_EQ(testSlept(), 0);
+}
+
+TEST(everyForm, aRealRun)
+{
+    const std::string folder = std::string(RDB_REAL_RUN) + "/binary";
+    if (!fs::exists(folder)) GTEST_SKIP() << "no real run to test with";
+    const Answers binary = answersIn(folder, "disk", "QUENTA.DIR", 1);
+    EXPECT_GE(binary.nAnswered, 200);
+    for (const auto &form : tool::formRows) {
+        SCOPED_TRACE(form.word);
+        const std::string to = std::string("run-") + form.word;
+        tool::convertRun(folder + "/disk.1.Log", to, form.value);
+        checkSame(binary, answersIn(to, "disk", "QUENTA.DIR", 1));
+    }
     EXPECT_EQ(testSlept(), 0);
 }
 
