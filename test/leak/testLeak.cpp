@@ -10,12 +10,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <hdf5.h>
-#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 
@@ -35,28 +36,54 @@ struct Holds {
     bool    children = false;
 };
 
-/* Bytes handed out. Under a sanitizer, which has a malloc of its own and tells of leaks itself, always 0. The system's
-   own account would count in what it keeps back for the next request. */
+/* Bytes asked for and not given back. Under a sanitizer, which has a malloc of its own and tells of leaks itself, always
+   0. The system's own account would count in what it keeps back for the next request, and the size of the blocks that
+   it hands out depends on what lies beside them. So each block says in front how much was asked for. */
 static int64_t allocated;
 
 #if !defined(__SANITIZE_ADDRESS__)
+struct BlockHead {
+    size_t size;
+    void  *start;                         /* of what the system handed out */
+};
+
+static BlockHead &headOf(void *block) { return *((BlockHead *) block - 1); }
+
+/* A block at a multiple of the alignment, which is a power of 2; zeroed or not */
+static void *handOut(void *(*get)(size_t n, size_t size), size_t n, size_t alignment = alignof(max_align_t))
+{
+    const size_t extra = sizeof(BlockHead) + alignment;
+    if (n > PTRDIFF_MAX - extra) return errno = ENOMEM, nullptr;
+    char *start = (char *) get(n + extra, 1);
+    if (!start) return nullptr;
+    void *block = (void *) (((uintptr_t) start + extra) & ~(uintptr_t) (alignment - 1));
+    headOf(block) = { n, start };
+    allocated += (int64_t) n;
+    return block;
+}
+
 extern "C" {
 
 void *__libc_malloc(size_t n);
 void *__libc_calloc(size_t n, size_t size);
-void *__libc_realloc(void *block, size_t n);
-void *__libc_memalign(size_t alignment, size_t n);
 void  __libc_free(void *block);
 
-static void *handOut(void *block)
+static void *getBlock(size_t n, size_t) { return __libc_malloc(n); }
+
+void *malloc(size_t n) { return handOut(getBlock, n); }
+
+void *calloc(size_t n, size_t size)
 {
-    allocated += (int64_t) malloc_usable_size(block);
-    return block;
+    size_t bytes;
+    if (__builtin_mul_overflow(n, size, &bytes)) return errno = ENOMEM, nullptr;
+    return handOut(__libc_calloc, bytes);
 }
 
-void *malloc(size_t n) { return handOut(__libc_malloc(n)); }
-void *calloc(size_t n, size_t size) { return handOut(__libc_calloc(n, size)); }
-void *memalign(size_t alignment, size_t n) { return handOut(__libc_memalign(alignment, n)); }
+void *memalign(size_t alignment, size_t n)
+{
+    return handOut(getBlock, n, alignment < alignof(max_align_t) ? alignof(max_align_t) : alignment);
+}
+
 void *aligned_alloc(size_t alignment, size_t n) { return memalign(alignment, n); }
 
 int posix_memalign(void **block, size_t alignment, size_t n)
@@ -65,19 +92,24 @@ int posix_memalign(void **block, size_t alignment, size_t n)
     return *block ? 0 : ENOMEM;
 }
 
-void *realloc(void *block, size_t n)
-{
-    const int64_t before = (int64_t) malloc_usable_size(block);
-    void *moved = __libc_realloc(block, n);
-    if (moved || n == 0) allocated -= before;
-    return handOut(moved);
-}
-
 void free(void *block)
 {
-    allocated -= (int64_t) malloc_usable_size(block);
-    __libc_free(block);
+    if (!block) return;
+    allocated -= (int64_t) headOf(block).size;
+    __libc_free(headOf(block).start);
 }
+
+void *realloc(void *block, size_t n)
+{
+    if (block && n == 0) return free(block), nullptr;
+    void *moved = malloc(n);
+    if (!moved || !block) return moved;
+    memcpy(moved, block, std::min(n, headOf(block).size));
+    free(block);
+    return moved;
+}
+
+size_t malloc_usable_size(void *block) { return block ? headOf(block).size : 0; }
 
 }
 #endif
