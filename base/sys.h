@@ -141,10 +141,11 @@ int         sysAvailRam(void);          /* available physical memory in megabyte
 int         sysSwapSize(void);          /* total swap space in megabytes              */
 int64_t     sysPeakMemory(void);        /* the process' greatest working set in bytes */
 
-/* Waiting: everything that waits calls sysSleep, and sysSleep calls the sleeper. A null sleeper restores the real
-   one; the former is returned. Tests set one that only counts. Seconds below 1 do not wait. */
-typedef void (*sysSleeper)(int seconds);
+/* Waiting: everything that waits calls sysSleep, or sysPause for a part of a second, and these call the sleeper. A null
+   sleeper restores the real one; the former is returned. Tests set one that only counts. Not above 0: no wait. */
+typedef void (*sysSleeper)(double seconds);
 void       sysSleep(int seconds);
+void       sysPause(double seconds);
 sysSleeper sysSetSleeper(sysSleeper sleeper);
 
 /* ------------------------------- loops over arrays; n below 1 does nothing -------------------------------- */

@@ -47,15 +47,21 @@ double sysElapsed(void)
     return (double) (milliseconds() - sysMach.firstElapsed) / 1000.0;
 }
 
-static void reallySleep(int seconds)
+static void reallySleep(double seconds)
 {
-    struct timespec left = { seconds, 0 };
+    const time_t    whole = (time_t) seconds;
+    struct timespec left = { whole, (long) ((seconds - (double) whole) * 1e9) };
     while (sysMach.nanosleep(&left, &left) < 0 && errno == EINTR) {}
 }
 
 static sysSleeper sleeper = reallySleep;
 
 void sysSleep(int seconds)
+{
+    sysPause(seconds);
+}
+
+void sysPause(double seconds)
 {
     if (seconds > 0) sleeper(seconds);
 }

@@ -119,9 +119,10 @@ int     iopFileTime(const char *name);
 int iopLookAt(const char *name, iopFileId *id);
 int iopSameFile(const iopFileId *a, const iopFileId *b);                /* 1 or 0; never fails */
 
-/* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not. Never
-   fails. */
-int iopIsSettled(const iopFileId *id);
+/* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not. And the
+   seconds that it takes to be so if it does not change: 0 if it is. Never fail. */
+int    iopIsSettled(const iopFileId *id);
+double iopRest(const iopFileId *id);
 
 /* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. Fails as
    iopSetLoc does. */

@@ -302,12 +302,18 @@ int iopSameFile(const iopFileId *a, const iopFileId *b)
 
 /* The time of the last change tells one change from the next only after a while: a tenth of a second, or two where
    the file system counts whole seconds. Until then a file could change again unseen. */
-int iopIsSettled(const iopFileId *id)
+double iopRest(const iopFileId *id)
 {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     const double age = (double) (now.tv_sec - id->changed.tv_sec) + 1e-9 * (double) (now.tv_nsec - id->changed.tv_nsec);
-    return age > (id->changed.tv_nsec ? 0.1 : 2.0);
+    const double enough = id->changed.tv_nsec ? 0.1 : 2.0;
+    return age > enough ? 0 : age > 0 ? enough - age + 0.001 : enough;      /* a clock may be behind the file's */
+}
+
+int iopIsSettled(const iopFileId *id)
+{
+    return iopRest(id) == 0;
 }
 
 const char *iopFileInfo(iopHd *hd)

@@ -92,8 +92,8 @@ int rdbRowsFit(rdbHd *hd, const char *file, int nRows, int nInts, int nReals, in
     char      name[SYS_TEXT];
     const int form = iopGetFileOpt(file), diskForm = rdbDiskName(hd, file, form, name);
     if (nRows > mostRows(name, diskForm, nInts, nReals) && nRows > mostRows(file, form, nInts, nReals)) {
-        rdbFileId id;
-        if (!rdbLookAt(name, &id)) return rdbFail("file <%s> not found", name);
+        iopFileId id;
+        if (!iopLookAt(name, &id)) return rdbFail("file <%s> not found", name);
         return rdbFail("file <%s> cannot hold %d rows", file, nRows);
     }
     *fits = 1;

@@ -281,10 +281,10 @@ static int getGradient(rdbHd *hd, int iVar, int iStep, double *dest)
 }
 
 /* The file of the coordinates; 0 if it cannot be said what it is */
-static int lookAtCrd(rdbHd *hd, rdbFileId *id)
+static int lookAtCrd(rdbHd *hd, iopFileId *id)
 {
     const char *name = hd->run->crdFile;
-    return name && rdbLookAtFile(hd, name, iopGetFileOpt(name), id) && rdbIsSettled(id);
+    return name && rdbLookAtFile(hd, name, iopGetFileOpt(name), id) && iopIsSettled(id);
 }
 
 /* That of the first output variable, of three components, at *grad: nNodes rows of 9. Clients ask for several arrays
@@ -292,17 +292,17 @@ static int lookAtCrd(rdbHd *hd, rdbFileId *id)
 static int getVelocityGradient(rdbHd *hd, int iStep, const double **grad)
 {
     rdbGrad  *work = &hd->run->grad;
-    rdbFileId before, after;
+    iopFileId before, after;
     int       step;
     if (!rdbGetInt1(hd, "outStep", &step, iStep)) return 0;
     const int known = lookAtCrd(hd, &before);
-    *grad = known && rdbSameFile(&before, &work->crdFile) ? rdbKeptGrad(hd, &outOut, step) : NULL;
+    *grad = known && iopSameFile(&before, &work->crdFile) ? rdbKeptGrad(hd, &outOut, step) : NULL;
     if (*grad) return 1;
 
     memFree(work->grad);
     *grad = work->grad = memNew(double, 9 * (int64_t) hd->run->nNodes);
     if (!getGradient(hd, 0, iStep, work->grad)) return 0;
-    if (!known || !lookAtCrd(hd, &after) || !rdbSameFile(&before, &after)) return 1;
+    if (!known || !lookAtCrd(hd, &after) || !iopSameFile(&before, &after)) return 1;
     work->crdFile = before;
     rdbKeepGrad(hd, &outOut, step, &work->grad);
     return 1;

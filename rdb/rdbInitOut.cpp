@@ -535,7 +535,7 @@ int rdbFindOutPart(rdbHd *hd, const rdbOutFam *fam, const char *base, int part)
 
 int rdbFindOutFirst(rdbHd *hd, const rdbOutFam *fam, const char *base, char *path, int *merged)
 {
-    rdbFileId id;
+    iopFileId id;
     if (!fam->newest) return rdbFindFormFile(hd, base, fam->ext, path, merged);
     *merged = 0;
     rdbFormat(path, "%s/%s0.%s", hd->dir, base, fam->ext);
@@ -589,7 +589,7 @@ static int64_t stepReals(rdbHd *hd, const rdbOutFam *fam, const char *base)
 {
     char      path[SYS_TEXT];
     int       merged;
-    rdbFileId id;
+    iopFileId id;
     int       opt = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!opt || merged) return opt ? mostReals(hd, path, opt) : -1;
     const int nSds = hd->run->nSds;
@@ -637,12 +637,46 @@ void rdbKeepOutCounts(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, c
         if (fam->hdr[i].counter) hd->run->*fam->hdr[i].counter = head->counts[i];
 }
 
-void rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head)
+/* A header, whole or its first entry, by `read`. A solver may write the file meanwhile: what tells the variables may be
+   there before it has its value. So it is read until the file did not change, or tells the same again a while later. */
+static int readSteady(rdbHd *hd, const rdbOutFam *fam, const char *path, int form,
+                      void (*read)(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head), rdbOutHead *head)
 {
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
-    rdbReadOutHead(fh, fam, hd, head);
-    rdbCloseHeld(hd);
+    rdbOutHead last;
+    iopFileId  before, after;
+    for (int nWaits = 0;; ++nWaits) {
+        const int rests = rdbLookAtRest(hd, path, form, &before);
+        iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
+        read(fh, fam, hd, head);
+        rdbCloseHeld(hd);
+        rdbLookAtFile(hd, path, form, &after);
+        if (rests && iopSameFile(&before, &after)) return 1;
+        if (nWaits > 0 && memcmp(&last, head, sizeof last) == 0) return 1;
+        if (nWaits == RDB_WAITS) return rdbFailChanged(hd, path, form);
+        last = *head;
+        sysSleep(1);
+    }
+}
+
+int rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head)
+{
+    if (!readSteady(hd, fam, path, form, rdbReadOutHead, head)) return 0;
     listVars(fam, head, info);
+    return 1;
+}
+
+static void readTime(iopHd *fh, const rdbOutFam *fam, rdbHd *, rdbOutHead *head)
+{
+    memset(head, 0, sizeof *head);
+    iopGetKeyReal(fh, fam->hdr[0].key, &head->time);
+}
+
+int rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, double *time)
+{
+    rdbOutHead head;
+    if (!readSteady(hd, fam, path, form, readTime, &head)) return 0;
+    *time = head.time;
+    return 1;
 }
 
 /* Reads the first part of the lowest step */
@@ -654,7 +688,7 @@ static int readVars(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info)
     rdbOutBase(hd, info->steps[0], base);
     const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    rdbReadOutVars(hd, fam, path, form, info, &head);
+    if (!rdbReadOutVars(hd, fam, path, form, info, &head)) return 0;
     rdbKeepOutCounts(hd, fam, info, &head, base, hd->run->nNodes);
     return 1;
 }

@@ -203,7 +203,6 @@ typedef struct rdbSetMap {        /* which nodes of a surface set the parts of i
 
 typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbStep.cpp */
 
-typedef iopFileId rdbFileId;
 
 typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
     int     nMesh, nNodes;        /* nodes of the mesh, of the set           */
@@ -216,7 +215,7 @@ typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
 typedef struct rdbGrad {          /* work arrays while rdbGrad.cpp works */
     double *crd;                  /* a row of 3 for each node                */
     double *values, *grad;        /* of the variable, of the velocity: a row for each node */
-    rdbFileId crdFile;            /* the coordinates' file, of which the gradient that is kept is made */
+    iopFileId crdFile;            /* the coordinates' file, of which the gradient that is kept is made */
     double *weight;               /* one for each node                       */
     double *detW, *points;        /* of the points of a block of elements    */
     double *elemValues;           /* the variable at the nodes of a block    */
@@ -254,7 +253,7 @@ enum { RDB_TOP_FILE, RDB_N_FILE_TIMES = 15 };               /* files that are wa
 
 typedef struct runHd {
     int    runId;
-    rdbFileId cliId;                                                /* the client information file as it was read */
+    iopFileId cliId;                                                /* the client information file as it was read */
     char  *date, *dir, *version, *title, *subTitle, *baseUnit;      /* null if the line is absent */
     int    opt;                                                     /* form of the data files     */
     int    pmcOrder;
@@ -406,7 +405,7 @@ struct rdbHd {
     char   *problem, *dir, *pdir, *savedCwd;
     int     dirDepth, verbose, runId, remote;
     int     lastUpdate, dirTime;
-    rdbFileId dirId;              /* of dir, just before its names were read  */
+    iopFileId dirId;              /* of dir, just before its names were read  */
     int     dirSettled;           /* what is made in dir after that shows in its time */
     int     nFiles, nRunFiles, nAuxFiles, nUndefFiles;
     char  **files;                /* run files, auxiliary files, the rest; each part sorted by bytes */
@@ -415,7 +414,7 @@ struct rdbHd {
     int     nContainers;
     char  **containerNames;       /* the names are those in `files`           */
     iopHd **containers;           /* null: not open                           */
-    rdbFileId *containerIds;      /* just before they were opened             */
+    iopFileId *containerIds;      /* just before they were opened             */
     int     nRuns, maxRunId;
     int    *runIds, *runIdHash;
     int     nTruns, maxTrunId, trunId;
@@ -524,13 +523,15 @@ iopHd *rdbOpenListedFile(rdbHd *hd, const char *name);
 /* The file on the disk that rdbOpenDirFile reads from: the container's, or that of the path. name: SYS_TEXT bytes.
    Gives its form bit. */
 int    rdbDiskName(rdbHd *hd, const char *path, int opt, char *name);
-/* What tells a file on the disk from another one, or from itself after a change; 0 if there is none of that name */
-int    rdbLookAt(const char *name, rdbFileId *id);
-/* The same of the file that rdbOpenDirFile opens by that path */
-int    rdbLookAtFile(rdbHd *hd, const char *path, int opt, rdbFileId *id);
-int    rdbSameFile(const rdbFileId *a, const rdbFileId *b);
-/* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not */
-int    rdbIsSettled(const rdbFileId *id);
+/* Looks at the file that rdbOpenDirFile opens by that path, as iopLookAt does */
+int    rdbLookAtFile(rdbHd *hd, const char *path, int opt, iopFileId *id);
+/* The same, before it is read. One that changed a moment ago is given that moment to come to rest. 1 if it did: then it
+   was not written while it was read if it looks the same behind that. */
+int    rdbLookAtRest(rdbHd *hd, const char *path, int opt, iopFileId *id);
+/* How often what changed while it was read is waited for, a second each, before it is read again */
+enum { RDB_WAITS = 2 };
+/* "file <%s> changed while it was read", with its name on the disk: 0 */
+int    rdbFailChanged(rdbHd *hd, const char *path, int opt);
 /* Opens a name of the directory to read, in the form of the run's data files, and waits long for it */
 iopHd *rdbOpenRunFile(rdbHd *hd, const char *name);
 /* A name or path of at most SYS_TEXT bytes. One that is cut is no file's: names on disk are far shorter. */
@@ -582,8 +583,9 @@ int  rdbInitOutFam(rdbHd *hd, const rdbOutFam *fam);
 int  rdbAnyOutName(rdbHd *hd, const rdbOutFam *fam, const char *format, ...) __attribute__((format(printf, 3, 4)));
 int  rdbFindOutSteps(rdbHd *hd, const rdbOutFam *fam, rdbOutInfo *info, const char *format, ...)
      __attribute__((format(printf, 4, 5)));
-/* Reads the header of a file, whose counters must agree with the run's, and lists the variables of its mask */
-void rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head);
+/* Reads the header of a file, whose counters must agree with the run's, and lists the variables of its mask. This and
+   the next: 1, or 0 and the error text if the file is being written on and on. */
+int  rdbReadOutVars(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, rdbOutInfo *info, rdbOutHead *head);
 /* The counters that were unset take the header's values, each one that is a width of a listed variable after a test
    against the size of the step's files, which begin with `base` and tell of nNodes nodes. Up to RDB_USUAL_WIDTH there
    is no such test. */
@@ -591,7 +593,7 @@ enum { RDB_USUAL_WIDTH = 64 };
 void rdbKeepOutCounts(rdbHd *hd, const rdbOutFam *fam, const rdbOutInfo *info, const rdbOutHead *head,
                       const char *base, int nNodes);
 /* The time that a file of the family tells */
-double rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form);
+int  rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form, double *time);
 /* Reads the header of a step file; the next key is "nNodes". check: the run whose counters the file must agree with (it
    must hold fh), or null. Failures carry the name of the catalogue then, or else that of the values. */
 void rdbReadOutHead(iopHd *fh, const rdbOutFam *fam, rdbHd *check, rdbOutHead *head);

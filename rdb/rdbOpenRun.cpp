@@ -65,9 +65,9 @@ static void cliPath(const rdbHd *hd, char *path)
 int rdbRunChanged(const rdbHd *hd)
 {
     char      path[SYS_TEXT];
-    rdbFileId id;
+    iopFileId id;
     cliPath(hd, path);
-    return rdbLookAt(path, &id) && !rdbSameFile(&id, &hd->run->cliId);
+    return iopLookAt(path, &id) && !iopSameFile(&id, &hd->run->cliId);
 }
 
 /* The file, held by the run, and a buffer that its lines fit in */
@@ -76,7 +76,7 @@ static iopHd *openCli(rdbHd *hd)
     char path[SYS_TEXT];
     cliPath(hd, path);
     rdbCli *cli = hd->run->cli;
-    rdbLookAt(path, &hd->run->cliId);
+    iopLookAt(path, &hd->run->cliId);
     iopHd  *fh = rdbHoldFile(hd, iopOpenFile(path, IOP_READ | IOP_ASCII));
 
     const int64_t longest = longestLine(path);
@@ -97,7 +97,7 @@ static int readPass(rdbHd *hd, iopHd *fh, int pass)
 }
 
 /* Written so short a while ago that the solver may be at it still */
-static int isFresh(const rdbFileId *id)
+static int isFresh(const iopFileId *id)
 {
     return (int64_t) sysTime() - id->changed.tv_sec <= CLI_WAITS;
 }
@@ -107,13 +107,13 @@ static int isFresh(const rdbFileId *id)
    for it. */
 static iopHd *beginRun(rdbHd *hd, int runId)
 {
-    rdbFileId before = {};
+    iopFileId before = {};
     for (int nWaits = 0;; ++nWaits) {
         newRun(hd, runId);
         iopHd *fh = openCli(hd);
         if (readPass(hd, fh, 1)) return fh;
-        const rdbFileId now = hd->run->cliId;
-        if (nWaits == CLI_WAITS || !isFresh(&now) || rdbSameFile(&now, &before)) return fh;
+        const iopFileId now = hd->run->cliId;
+        if (nWaits == CLI_WAITS || !isFresh(&now) || iopSameFile(&now, &before)) return fh;
         before = now;
         rdbCloseRun(hd);
         sysSleep(1);

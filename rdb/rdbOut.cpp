@@ -56,15 +56,6 @@ static int getValues(rdbHd *hd, const rdbOutFam *fam, int i1, int i2, double *da
 
 /* --------------------------------------------------------------------------------------------------------- times */
 
-double rdbReadOutTime(rdbHd *hd, const rdbOutFam *fam, const char *path, int form)
-{
-    double time;
-    iopHd *fh = rdbHoldFile(hd, rdbOpenReadFile(hd, path, form));
-    iopGetKeyReal(fh, fam->hdr[0].key, &time);
-    rdbCloseHeld(hd);
-    return time;
-}
-
 /* A step's time, read from its first part when it is first asked for. -1.0 says that it was not. */
 static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
 {
@@ -75,8 +66,7 @@ static int loadTime(rdbHd *hd, const rdbOutFam *fam, int i)
     rdbOutBase(hd, info->steps[i], base);
     const int form = rdbFindOutFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    info->times[i] = rdbReadOutTime(hd, fam, path, form);
-    return 1;
+    return rdbReadOutTime(hd, fam, path, form, &info->times[i]);
 }
 
 static int getTime(rdbHd *hd, const rdbOutFam *fam, int i, double *time)

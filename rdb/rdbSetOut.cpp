@@ -272,7 +272,7 @@ static int readVars(rdbHd *hd, const rdbSetFam *fam, int i, rdbOutInfo *info)
     stepBase(hd, fam, i, srfSet(hd, fam, i)->out->steps[0], base);
     const int form = findFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    rdbReadOutVars(hd, &fam->out, path, form, info, &head);
+    if (!rdbReadOutVars(hd, &fam->out, path, form, info, &head)) return 0;
     if (isWide(&fam->out, &head) && !rdbNSrfNodes(hd, fam->out.valuesName + strlen("rdb_"), fam->srf, i, &nNodes))
         return 0;
     rdbKeepOutCounts(hd, &fam->out, info, &head, base, nNodes);
@@ -341,8 +341,7 @@ static int loadTime(rdbHd *hd, const rdbSetFam *fam, int i, int iStep)
     stepBase(hd, fam, i, info->steps[iStep], base);
     const int form = findFirst(hd, fam, base, path, &merged);
     if (!form) return 0;
-    info->times[iStep] = rdbReadOutTime(hd, &fam->out, path, form);
-    return 1;
+    return rdbReadOutTime(hd, &fam->out, path, form, &info->times[iStep]);
 }
 
 static int getTime(rdbHd *hd, const rdbSetFam *fam, int i, int iStep, double *time)

@@ -13,12 +13,12 @@
  * no longer the one that was opened is opened anew and walked from its start, another step of the family drops its
  * records, and the end of the run drops all.
  *
- * A solver may write a file anew while it is read. So each file is looked at again when all are read, and an array is
- * good if every file is what it was before, and was so for long enough that a change would show in its times. Where
- * that cannot be said the array is read once more, after a while if a file did change, until it can be said or until
- * two readings agree, which is how a file that only grows behind the array comes through; or until that was tried
- * often enough, and is told. How soon a rewritten file is seen to be another one is up to the system: on a network file
- * system its cache of attributes bounds it.
+ * A solver may write a file anew while it is read. So each file is looked at before and behind the reading of all, and
+ * an array is good if every file stayed what it was. Times tell changes apart only if they are not too close: a file
+ * that was written a moment ago is given that moment to come to rest first. Where a file changed all the same the array
+ * is read once more, after a while, until none does or until two readings agree, which is how a file that only grows
+ * behind the array comes through; or until that was tried often enough, and is told. How soon a rewritten file is seen
+ * to be another one is up to the system: on a network file system its cache of attributes bounds it.
  *
  * The arrays go straight into the caller's buffer. A failure leaves in it what had been read.
  *
@@ -36,7 +36,8 @@ typedef struct stepFile {
     int    opt;                   /* form; 0: missing                                            */
     int    isPipe;                /* going back in it means to decode it again                   */
     int    known;                 /* `id` tells the file that the places of its parts are of     */
-    rdbFileId id;                 /* of what lies on the disk: the container's, if it is in one  */
+    int    rests;                 /* that file was at rest before it was read                    */
+    iopFileId id;                 /* of what lies on the disk: the container's, if it is in one  */
 } stepFile;
 
 typedef struct keyPlace {
@@ -254,10 +255,10 @@ static int listFiles(rdbHd *hd, rdbStepFiles *st)
 static int isAsBefore(rdbHd *hd, const rdbStepFiles *st, int f)
 {
     char      path[SYS_TEXT];
-    rdbFileId id;
+    iopFileId id;
     partPath(hd, st, f, path);
     rdbLookAtFile(hd, path, st->files[f].opt, &id);         /* of none: all zero, as it was then if there was none */
-    return rdbSameFile(&id, &st->files[f].id);
+    return iopSameFile(&id, &st->files[f].id);
 }
 
 static void openHandle(rdbHd *hd, stepFile *file, const char *path)
@@ -267,36 +268,53 @@ static void openHandle(rdbHd *hd, stepFile *file, const char *path)
     ++hd->run->nStepOpen[file->isPipe];
 }
 
-/* Opens file f, of which nothing is known. What is looked at before the open is at worst an older state than the one
-   that is read, which shows at the next look. */
-static void openNew(rdbHd *hd, stepFile *file, const char *path)
+/* Looks at file f. What is looked at before the open is at worst an older state than the one that is read, which shows
+   at the next look. */
+static void lookAtFile(rdbHd *hd, rdbStepFiles *st, int f)
 {
+    stepFile       *file = &st->files[f];
+    const iopFileId before = file->id;
+    char            path[SYS_TEXT];
+    partPath(hd, st, f, path);
     const int there = rdbLookAtFile(hd, path, file->opt, &file->id);
-    file->known = there && rdbIsSettled(&file->id);
-    openHandle(hd, file, path);
+    file->rests = there && iopSameFile(&file->id, &before);
+    file->known = there && iopIsSettled(&file->id);
 }
 
-/* Opens again a file of which only the places stayed. It may have become another one just before that: then some of it
-   may have been read ahead already, of either one. */
-static void openAgain(rdbHd *hd, rdbStepFiles *st, int f, const char *path)
+/* Before a reading: what is no longer the file that it was is forgotten, and all files that may be at work are left to
+   rest, at once, for as long as a change could hide in their times. */
+static void lookBefore(rdbHd *hd, rdbStepFiles *st)
 {
-    openHandle(hd, &st->files[f], path);
-    if (isAsBefore(hd, st, f)) return;
-    forgetFile(hd->run, st, f);
-    openNew(hd, &st->files[f], path);
+    double rest = 0;
+    for (int f = 0; f < st->nFiles; ++f) {
+        stepFile *file = &st->files[f];
+        file->rests = file->known && isAsBefore(hd, st, f);
+        if (file->rests) continue;
+        forgetFile(hd->run, st, f);
+        lookAtFile(hd, st, f);
+        file->rests = file->known;
+        const double wanted = iopRest(&file->id);
+        if (wanted > rest) rest = wanted;
+    }
+    sysPause(rest);
+    for (int f = 0; rest > 0 && f < st->nFiles; ++f)
+        if (!st->files[f].rests) lookAtFile(hd, st, f);
 }
 
-/* Opens file f of the step, unless it is open and still the same. An open one may have been written while it was read
-   ahead: it is asked for its bytes anew. A pipe goes on where it stands. */
+/* Opens file f of the step, unless it is open. An open one may have been written while it was read ahead: it is asked
+   for its bytes anew. A pipe goes on where it stands. One of which only the places stayed may have become another one
+   just before the open: then nothing is known of it. */
 static stepFile *openFile(rdbHd *hd, rdbStepFiles *st, int f)
 {
     stepFile *file = &st->files[f];
     char      path[SYS_TEXT];
     partPath(hd, st, f, path);
-    if (!file->known || !isAsBefore(hd, st, f)) forgetFile(hd->run, st, f);
-    if (!file->known) openNew(hd, file, path);
-    else if (!file->fh) openAgain(hd, st, f, path);
-    else if (!file->isPipe) iopRewind(file->fh);
+    if (file->fh) {
+        if (!file->isPipe) iopRewind(file->fh);
+        return file;
+    }
+    openHandle(hd, file, path);
+    if (!isAsBefore(hd, st, f)) forgetParts(st, f);
     return file;
 }
 
@@ -397,20 +415,16 @@ static int readParts(rdbHd *hd, rdbStepFiles *st, const rdbStepArray *array, dou
 
 /* ------------------------------------------------------------------------------------- reading until it is sure */
 
-enum { AS_BEFORE, TOO_YOUNG, CHANGED };
-
-/* What became of the files while they were read: of one that was written shortly before, an equal look says little. At
-   *worst: the file that says so. One that changed is forgotten. */
-static int lookAgain(rdbHd *hd, rdbStepFiles *st, int *worst)
+/* The first file that may have been written while it was read, or -1. All that changed are forgotten. */
+static int lookBehind(rdbHd *hd, rdbStepFiles *st)
 {
-    int found = AS_BEFORE;
-    for (int f = 0; f < st->nFiles; ++f) {
-        const int state = !isAsBefore(hd, st, f) ? CHANGED : st->files[f].known ? AS_BEFORE : TOO_YOUNG;
-        if (state == CHANGED) forgetFile(hd->run, st, f);
-        if (state > found) *worst = f;
-        if (state > found) found = state;
+    int first = -1;
+    for (int f = st->nFiles - 1; f >= 0; --f) {
+        const int same = isAsBefore(hd, st, f);
+        if (!same) forgetFile(hd->run, st, f);
+        if (!same || !st->files[f].rests) first = f;
     }
-    return found;
+    return first;
 }
 
 /* Tells the bits of one reading from those of another */
@@ -425,36 +439,26 @@ static uint64_t sumOf(const double *data, int64_t n)
     return sum;
 }
 
-static int failChanged(rdbHd *hd, const rdbStepFiles *st, int f)
-{
-    char path[SYS_TEXT], name[SYS_TEXT];
-    partPath(hd, st, f, path);
-    rdbDiskName(hd, path, st->files[f].opt, name);
-    return rdbFail("file <%s> changed while it was read", name);
-}
-
 int rdbReadStep(rdbHd *hd, const rdbStepArray *array, double *data)
 {
-    enum { WAITS = 2 };
     rdbStepFiles *st = takeStep(hd->run, array);
     const int64_t n = (int64_t) array->nRows * array->width;
     const int     zero = (!listFiles(hd, st) || array->add || !array->covers) && n > 0;
     uint64_t      sum = 0;
-    int           found = AS_BEFORE;
-    for (int reading = 0, nWaits = 0;; ++reading) {
-        int worst = 0;
+    for (int nWaits = 0;; ++nWaits) {
+        lookBefore(hd, st);
         if (zero) memset(data, 0, sizeof *data * (size_t) n);
         if (!readParts(hd, st, array, data)) return 0;
-        const int      foundBefore = found;
+        const int changed = lookBehind(hd, st);
+        if (changed < 0) return 1;
         const uint64_t sumBefore = sum;
-        found = lookAgain(hd, st, &worst);
-        if (found == AS_BEFORE) return 1;
         sum = sumOf(data, n);
-        if (reading > 0 && sum == sumBefore) return 1;
-        if (found == TOO_YOUNG && foundBefore != TOO_YOUNG) continue;
-        if (nWaits++ == WAITS) {
+        if (nWaits > 0 && sum == sumBefore) return 1;
+        if (nWaits == RDB_WAITS) {
+            char path[SYS_TEXT];
+            partPath(hd, st, changed, path);
             memset(data, 0, sizeof *data * (size_t) n);     /* of two states at once: no client may take it for one */
-            return failChanged(hd, st, worst);
+            return rdbFailChanged(hd, path, st->files[changed].opt);
         }
         sysSleep(1);
     }

@@ -156,7 +156,7 @@ static void noteContainers(rdbHd *hd)
     for (int i = 0; i < hd->nFiles; ++i) n += iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER;
     hd->containerNames = memNew(char *, n);
     hd->containers     = memNewZ(iopHd *, n);
-    hd->containerIds   = memNewZ(rdbFileId, n);
+    hd->containerIds   = memNewZ(iopFileId, n);
     for (int i = 0; i < hd->nFiles; ++i)
         if (iopGetFileOpt(hd->files[i]) == IOP_HDF_CONTAINER) hd->containerNames[k++] = hd->files[i];
     sortNames(hd->containerNames, n);
@@ -175,7 +175,7 @@ static int64_t openContainers(rdbHd *hd)
     int64_t n = 0;
     for (int i = 0; i < hd->nContainers; ++i) {
         containerPath(hd, i, path);
-        rdbLookAt(path, &hd->containerIds[i]);
+        iopLookAt(path, &hd->containerIds[i]);
         hd->containers[i] = iopOpenFile(path, IOP_READ | IOP_HDF_CONTAINER);
         n += iopGetNHdfFiles(hd->containers[i]);
     }
@@ -384,10 +384,10 @@ static int containersChanged(rdbHd *hd)
 {
     for (int i = 0; i < hd->nContainers; ++i) {
         char      path[SYS_TEXT];
-        rdbFileId id;
+        iopFileId id;
         containerPath(hd, i, path);
-        rdbLookAt(path, &id);
-        if (!rdbSameFile(&id, &hd->containerIds[i])) return 1;
+        iopLookAt(path, &id);
+        if (!iopSameFile(&id, &hd->containerIds[i])) return 1;
     }
     return 0;
 }
@@ -403,19 +403,19 @@ static int hasNewName(const rdbHd *hd)
 }
 
 /* May the directory have changed since its names were read last, although the second of its time is no later? */
-static int mayHaveChanged(const rdbHd *hd, const rdbFileId *id)
+static int mayHaveChanged(const rdbHd *hd, const iopFileId *id)
 {
-    return !hd->dirSettled || !rdbSameFile(id, &hd->dirId);
+    return !hd->dirSettled || !iopSameFile(id, &hd->dirId);
 }
 
 /* With the guard held. What the directory looked like is kept only when all went well, so that the next update tries
    again. It is looked at before its names are read: what comes in between shows at the next look. */
 static int update(rdbHd *hd, int *flag)
 {
-    rdbFileId id;
+    iopFileId id;
     sysSync();                       /* on a network file system: so that we see what the solver has made */
-    if (!rdbLookAt(hd->dir, &id)) return rdbFail("directory %s not found", hd->dir);
-    const int time = (int) id.changed.tv_sec, settled = rdbIsSettled(&id);
+    if (!iopLookAt(hd->dir, &id)) return rdbFail("directory %s not found", hd->dir);
+    const int time = (int) id.changed.tv_sec, settled = iopIsSettled(&id);
     if (time > hd->dirTime || containersChanged(hd) || (hd->run && rdbRunChanged(hd)) ||
         (mayHaveChanged(hd, &id) && hasNewName(hd))) {
         *flag = 1;

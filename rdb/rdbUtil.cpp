@@ -108,15 +108,28 @@ int rdbDiskName(rdbHd *hd, const char *path, int opt, char *name)
     return form;
 }
 
-int rdbLookAt(const char *name, rdbFileId *id)                  { return iopLookAt(name, id); }
-int rdbSameFile(const rdbFileId *a, const rdbFileId *b)         { return iopSameFile(a, b); }
-int rdbIsSettled(const rdbFileId *id)                           { return iopIsSettled(id); }
-
-int rdbLookAtFile(rdbHd *hd, const char *path, int opt, rdbFileId *id)
+int rdbLookAtFile(rdbHd *hd, const char *path, int opt, iopFileId *id)
 {
     char name[SYS_TEXT];
     rdbDiskName(hd, path, opt, name);
-    return rdbLookAt(name, id);
+    return iopLookAt(name, id);
+}
+
+int rdbLookAtRest(rdbHd *hd, const char *path, int opt, iopFileId *id)
+{
+    if (!rdbLookAtFile(hd, path, opt, id)) return 0;
+    const double    rest = iopRest(id);
+    const iopFileId before = *id;
+    if (rest == 0) return 1;
+    sysPause(rest);
+    return rdbLookAtFile(hd, path, opt, id) && iopSameFile(id, &before);
+}
+
+int rdbFailChanged(rdbHd *hd, const char *path, int opt)
+{
+    char name[SYS_TEXT];
+    rdbDiskName(hd, path, opt, name);
+    return rdbFail("file <%s> changed while it was read", name);
 }
 
 /* ----------------------------------------------------------------------------------------------------- opening */

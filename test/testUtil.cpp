@@ -7,18 +7,24 @@
 
 namespace fs = std::filesystem;
 
-static int      slept;
-static void   (*whenSleeping)();
+static int      slept, nPauses;
+static void   (*whenSleeping)(), (*whenPausing)();
 static fs::path home, folder;
 
-static void countSleep(int seconds)
+/* A wait that is no whole second is a pause. */
+static void countSleep(double seconds)
 {
-    slept += seconds;
-    if (whenSleeping) whenSleeping();
+    const bool isPause = seconds != (int) seconds;
+    if (isPause) ++nPauses;
+    else slept += (int) seconds;
+    void (*action)() = isPause ? whenPausing : whenSleeping;
+    if (action) action();
 }
 
 int testSlept() { return slept; }
+int testPaused() { return nPauses; }
 void testWhenSleeping(void (*action)()) { whenSleeping = action; }
+void testWhenPausing(void (*action)()) { whenPausing = action; }
 std::string testFolder() { return folder.string(); }
 
 void testWrite(const std::string &name, const std::string &bytes)
@@ -44,8 +50,8 @@ class FolderPerTest : public ::testing::EmptyTestEventListener {
         fs::remove_all(folder);
         fs::create_directories(folder);
         fs::current_path(folder);
-        slept = 0;
-        whenSleeping = nullptr;
+        slept = nPauses = 0;
+        whenSleeping = whenPausing = nullptr;
     }
     void OnTestEnd(const ::testing::TestInfo &info) override
     {

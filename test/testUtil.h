@@ -35,7 +35,9 @@ template <class F> std::string trapped(F f)
 #define checkReturns(...) EXPECT_EQ(trapped([&] { __VA_ARGS__; }), "")
 
 int  testSlept();                          /* seconds that the library asked to wait for since the test began  */
-void testWhenSleeping(void (*action)());   /* called at each wait, once per second asked: plays the writer     */
+int  testPaused();                         /* how often it asked for a part of a second                        */
+void testWhenSleeping(void (*action)());   /* called at each wait for seconds: plays the writer                */
+void testWhenPausing(void (*action)());    /* the same for parts of a second                                   */
 std::string testFolder();                  /* the test's own folder, which is the current directory            */
 void testWrite(const std::string &name, const std::string &bytes);
 std::string testRead(const std::string &name);

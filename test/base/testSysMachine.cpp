@@ -253,16 +253,19 @@ TEST_F(sysMachineTest, waitingGoesThroughTheSleeper)
     sysSleep(0);
     sysSleep(-1);
     EXPECT_EQ(testSlept(), 3);
-    static int own;
+    static double own;
     own = 0;
-    const sysSleeper ours = [](int seconds) { own += seconds; };
+    const sysSleeper ours = [](double seconds) { own += seconds; };
     const sysSleeper former = sysSetSleeper(ours);
     sysSleep(2);
+    sysPause(0.25);
+    sysPause(0);
+    sysPause(-0.5);
     EXPECT_EQ(sysSetSleeper(nullptr), ours);         /* restores the real one */
     const sysSleeper real = sysSetSleeper(former);
     EXPECT_NE(real, ours);
     EXPECT_NE(real, former);
-    EXPECT_EQ(own, 2);
+    EXPECT_EQ(own, 2.25);
     EXPECT_EQ(testSlept(), 3);
 }
 
@@ -301,10 +304,13 @@ TEST_F(sysMachineTest, theRealSleepGoesOnAfterASignal)
     sysMach.nanosleep = interruptedNap;
     const sysSleeper former = sysSetSleeper(nullptr);
     sysSleep(2);
+    sysPause(2.75);
     sysSetSleeper(former);
-    ASSERT_EQ(naps.size(), 2u);
+    ASSERT_EQ(naps.size(), 3u);
     EXPECT_EQ(naps[0].tv_sec, 2);
     EXPECT_EQ(naps[0].tv_nsec, 0);
     EXPECT_EQ(naps[1].tv_sec, 1);
     EXPECT_EQ(naps[1].tv_nsec, 500000000);
+    EXPECT_EQ(naps[2].tv_sec, 2);
+    EXPECT_EQ(naps[2].tv_nsec, 750000000);
 }

@@ -429,7 +429,7 @@ TEST_F(sysMessTest, errorsHaveNoLocation)
 /* ------------------------------------------------- the end ------------------------------------------------ */
 
 /* In the processes below, waiting shows on standard error, whatever else still waits in a buffer. */
-static void showSleep(int seconds) { dprintf(STDERR_FILENO, "[%d s]", seconds); }
+static void showSleep(double seconds) { dprintf(STDERR_FILENO, "[%g s]", seconds); }
 static void showHandler(void *argument, int code) { fprintf(stderr, "{%s %d}", (const char *) argument, code); }
 static void showEvent(sysEventKind kind, const char *text) { fprintf(stderr, "%d %s", (int) kind, strchr(text, ';')); }
 

@@ -86,7 +86,7 @@ inline bool fuzzStart()
 {
     static bool started;
     if (started) return false;
-    sysSetSleeper([](int) {});
+    sysSetSleeper([](double) {});
     fuzzEnter(fuzzFolder());
     return started = true;
 }

@@ -344,7 +344,7 @@ class clientInformation : public ::testing::Test {
 protected:
     static int  nWaits;
     sysSleeper  before = sysSetSleeper(grow);
-    static void grow(int)
+    static void grow(double)
     {
         static const char *const states[] = { "#@ TITLE \"t\"\n", "#@ TITLE \"t\"\n#@ SUBTITLE \"s\"\n",
                                               "#@ TITLE \"t\"\n#@ SUBTITLE \"s\"\n#@ NSDS 3\n#@ END\n" };
@@ -378,7 +378,7 @@ TEST_F(clientInformation, thatGrowsIsWaitedFor)
 
 TEST_F(clientInformation, thatStandsIsTakenAsItIs)
 {
-    sysSetSleeper([](int) { ++nWaits; });
+    sysSetSleeper([](double) { ++nWaits; });
     nWaits = 0;
     testWrite("db/p.1.cli", "#@ TITLE \"new\"\n");
     EXPECT_EQ(nSdsOf("new"), 0);

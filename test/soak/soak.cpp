@@ -72,11 +72,12 @@ static bool writerHasEnded()
     return writer.pid < 0 || waitid(P_PID, (id_t) writer.pid, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid;
 }
 
-/* A write that was done before the second began may be counted in it: so there must be two. */
-static void shortSleep(int seconds)
+/* A write that was done before the second began may be counted in it: so there must be two. A part of a second is taken
+   for a whole one. */
+static void shortSleep(double seconds)
 {
-    count.retries += seconds;
     for (int i = 0; i < seconds; ++i) {
+        ++count.retries;
         const long from = writer.ticks ? writer.ticks->load() : 0;
         usleep((useconds_t) below(1500));
         while (!writerHasEnded() && writer.ticks->load() < from + 2) usleep(200);
@@ -261,8 +262,6 @@ static void readStep(int run, int family, int i, int var)
     }
     key(name, "n%sVars", families[family]);
     if (!must(name, tryTo([&] { return rdbGetInt0(s->hd, name, &n); }))) return;
-    /* the item of a container's file is there before its value: a mask that is not written yet lists no variable */
-    if (n == 0 && s->form == Form::container && !s->ended) return;
     if (n != soak::N_VARS) return complain("%s is %d", name, n);
     const int dim = s->truth.dims[(size_t) (family * soak::N_VARS + var)];
     s->buffer.assign((size_t) (dim * s->truth.nNodes), -77);
