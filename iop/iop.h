@@ -224,6 +224,11 @@ int  iopGetTokens(const iopHd *hd);
 /* 1 if going back in the file is done at once; 0 if it may mean to decode again all that stands before. Never fails. */
 int  iopGoesBack(const iopHd *hd);
 
+/* From here on what is decoded is kept, so that going back in it needs no second decoding: in a file without a name, in
+   the folder that the variable TMPDIR tells or else /var/tmp, and up to a quarter of the room there. Where that cannot be
+   done, and for a form that goes back anyway, nothing changes. To be called before anything is read. Never fails. */
+void iopKeepDecoded(iopHd *hd);
+
 /* To a place at which iopGetLoc and iopGetTokens gave these; last: the last string before it. Whoever fails from there
    on says the same as if all before it had been read. Fails as iopSetLoc does. */
 void iopSetPlace(iopHd *hd, int64_t loc, int nTokens, const char *last);

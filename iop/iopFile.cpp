@@ -29,14 +29,14 @@
    without functions is known by name and not read yet. The numbers are nAhead, nKeep, perNumber and expand: a code of
    compress has 16 bits at most and stands for less than 64 K; deflate, the densest filter that results are packed with,
    makes one byte of 1032. Not for the formatter. */
-#define NOT_YET 0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
+#define NOT_YET 0, 0, 0, 0, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}
 #define ON_HDF 0, 0, 0, 1032, \
       /* open, close         */ iopHdfOpen,      iopHdfClose, \
       /* string, line, print */ iopHdfGetStr,    iopBinNoGetLine, iopBinNoPutLine, \
       /* numbers, as bytes   */ iopHdfGetNums,   iopHdfGetNums, \
       /* step over, rows     */ iopHdfSkip,      iopHdfGetRows,   iopHdfGetSub, \
       /* write, as bytes     */ iopHdfPutInts,   iopHdfPutBin, \
-      /* room, locations     */ iopHdfHolds,     iopHdfGetLoc,    iopHdfSetLoc
+      /* bytes, room, places */ nullptr,         iopHdfHolds,     iopHdfGetLoc,    iopHdfSetLoc
 static const iopForm iopForms[] = {
     { "socket",        IOP_SOCKET,           "",   NOT_YET },
     { "remote shell",  IOP_RSH,              "",   NOT_YET },
@@ -47,21 +47,21 @@ static const iopForm iopForms[] = {
       /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
       /* step over, rows     */ iopTextSkip,     iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
-      /* room, locations     */ iopTextHolds,    iopStreamGetLoc, iopStreamSetLoc },
+      /* bytes, room, places */ iopStreamRead,   iopTextHolds,    iopStreamGetLoc, iopStreamSetLoc },
     { "binary",        IOP_BINARY,           ".B", 4096, 0, 0, 1,
       /* open, close         */ iopBinOpen,      iopStreamClose,
       /* string, line, print */ iopBinGetStr,    iopBinNoGetLine, iopBinNoPutLine,
       /* numbers, as bytes   */ iopBinGetNums,   iopBinGetNums,
       /* step over, rows     */ iopBinSkip,      iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopBinPutInts,   iopBinPutBin,
-      /* room, locations     */ iopBinHolds,     iopStreamGetLoc, iopStreamSetLoc },
+      /* bytes, room, places */ iopStreamRead,   iopBinHolds,     iopStreamGetLoc, iopStreamSetLoc },
     { "compressed",    IOP_COMPRESSED,       ".Z", 32768, 16384, 2, 32768,
       /* open, close         */ iopZipOpen,      iopZipClose,
       /* string, line, print */ iopTextGetStr,   iopTextGetLine,  iopTextPutLine,
       /* numbers, as bytes   */ iopTextGetNums,  iopBinGetNums,
       /* step over, rows     */ iopTextSkip,     iopStreamGetRows, iopStreamGetSub,
       /* write, as bytes     */ iopTextPutInts,  iopBinPutBin,
-      /* room, locations     */ iopTextHolds,    iopStreamGetLoc, iopZipSetLoc },
+      /* bytes, room, places */ iopZipRead,      iopTextHolds,    iopStreamGetLoc, iopZipSetLoc },
     { "hdf",           IOP_HDF,              ".H", ON_HDF },
     { "hdf-container", IOP_HDF_CONTAINER,    ".C", ON_HDF },
 };
@@ -202,6 +202,8 @@ iopHd *iopNew(const char *name, int opt)
     hd->ahead.start = hd->ahead.pos = hd->ahead.size = 0;
     hd->ahead.end = -1;
     hd->pid = 0;
+    hd->keptFd = -1;
+    hd->nKept = 0;
     hd->sharesFile = hd->settled = 0;
     hd->next = NULL;
     return hd;

@@ -42,6 +42,8 @@ struct iopHd {
     const iopForm  *form;                   /* its row of the table of forms                                */
     iopAhead        ahead;
     pid_t           pid;                    /* the program at the other end of a pipe; 0: none              */
+    int             keptFd;                 /* of what has come through the pipe; -1: it is not kept        */
+    int64_t         nKept, mostKept;        /* bytes, from the start on; the pipe stands behind the last    */
     int             sharesFile;             /* hdfFile and hdfFiles belong to the container's handle        */
     iopFileId       id;                     /* of an HDF5 file that is read, just before it was opened      */
     int             settled;                /* what is written to it after that shows in its times          */
@@ -97,6 +99,8 @@ typedef struct iopForm {
     void    (*putInts)(iopHd *hd, const int *src, int n1, int n2, int wrap);
     int     (*putBin) (iopHd *hd, const int *src, int64_t n);
 
+    /* Bytes of a stream from behind what was read ahead: at most n, 0 at the end, -1 and errno. Never fails. */
+    int64_t (*read)   (iopHd *hd, void *dest, int64_t n);
     /* 1 if the rest of the file could hold n items that take `size` bytes in the binary form. Never fails. */
     int     (*holds)  (iopHd *hd, int64_t n, int size);
     int64_t (*getLoc) (iopHd *hd);                                /* never fails                            */
@@ -123,6 +127,7 @@ FILE   *iopOpenToRead(const char *name, const char *mode);    /* null, errno: no
 int     iopStreamOpen(iopHd *hd, int *budget);            /* 0, errno: could not be had; waits when reading */
 void    iopStreamBuffer(iopHd *hd);                       /* as the option word wants it                    */
 int     iopStreamClose(iopHd *hd);
+int64_t iopStreamRead(iopHd *hd, void *dest, int64_t n);
 int64_t iopStreamGetLoc(iopHd *hd);
 int     iopStreamSetLoc(iopHd *hd, int64_t loc, int reread);
 int64_t iopStreamLeft(iopHd *hd);                         /* bytes from here to the end now, at the most    */
@@ -165,6 +170,7 @@ int     iopBinHolds(iopHd *hd, int64_t n, int size);
 
 void    iopZipOpen(iopHd *hd, int *budget);
 int     iopZipClose(iopHd *hd);
+int64_t iopZipRead(iopHd *hd, void *dest, int64_t n);
 int     iopZipSetLoc(iopHd *hd, int64_t loc, int reread);
 
 /* iopHdf.cpp: HDF5 files, containers and their members */

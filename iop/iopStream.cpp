@@ -99,14 +99,20 @@ int iopStreamClose(iopHd *hd)
 
 /* ---- reading ahead ---- */
 
+int64_t iopStreamRead(iopHd *hd, void *dest, int64_t n)
+{
+    ssize_t got;
+    do got = read(fileno(hd->fp), dest, (size_t) (n < INT_MAX ? n : INT_MAX)); while (got < 0 && errno == EINTR);
+    return got;
+}
+
 /* One read that got something, or 0 at the end of the file. An error reads as the end, as it does with stdio; whoever
    must not take it for the end asks for `failed`. */
 static int64_t readSome(iopHd *hd, void *dest, int64_t n)
 {
-    ssize_t got;
     hd->ahead.failed = 0;
     if (!hd->fp) return 0;
-    do got = read(fileno(hd->fp), dest, (size_t) (n < INT_MAX ? n : INT_MAX)); while (got < 0 && errno == EINTR);
+    const int64_t got = hd->form->read(hd, dest, n);
     hd->ahead.failed = got < 0;
     return got > 0 ? got : 0;
 }

@@ -8,6 +8,11 @@
  * nKeep in iopInt.h), which serves optional items; whoever goes back further starts the program anew and drops what
  * comes before the place. So does a second look at the data (reread), since only a new run sees what was added.
  *
+ * Whoever will go back more than once has what comes through the pipe kept in a file without a name (iopKeepDecoded). It
+ * always begins at the first byte, and the pipe stands behind its last one: what lies before is read from the file, what
+ * lies behind comes through the pipe and is added. Where there is no room for more the file is dropped, and all is as if
+ * nothing had been kept.
+ *
  * When writing, our end is a socket and not a pipe: a program that dies early is to be an error of the next write and
  * not a signal that ends the host. */
 
@@ -17,9 +22,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,6 +82,69 @@ static void stop(iopHd *hd)
     hd->pid = 0;
 }
 
+/* ---- what is kept of the decoded text ---- */
+
+static void dropKept(iopHd *hd)
+{
+    if (hd->keptFd >= 0) close(hd->keptFd);
+    hd->keptFd = -1;
+    hd->nKept = 0;
+}
+
+/* The pipe begins anew. */
+static void emptyKept(iopHd *hd)
+{
+    if (hd->nKept > 0 && ftruncate(hd->keptFd, 0) != 0) dropKept(hd);
+    hd->nKept = 0;
+}
+
+/* To write beyond the size that the host's files may have would end it by a signal. */
+static int64_t roomIn(int fd)
+{
+    struct statvfs disk;
+    struct rlimit  limit;
+    if (fstatvfs(fd, &disk) != 0 || getrlimit(RLIMIT_FSIZE, &limit) != 0) return 0;
+    const uint64_t quarter = (uint64_t) disk.f_bavail * disk.f_frsize / 4;
+    const uint64_t room = limit.rlim_cur < quarter ? limit.rlim_cur : quarter;
+    return room < INT64_MAX ? (int64_t) room : INT64_MAX;
+}
+
+void iopKeepDecoded(iopHd *hd)
+{
+    const char *folder = getenv("TMPDIR");
+    char        name[SYS_NAME];
+    if (iopGoesBack(hd) || hd->keptFd >= 0 || iopStreamGetLoc(hd) > 0) return;
+    const int length = snprintf(name, sizeof name, "%s/rdb-XXXXXX", folder && *folder ? folder : "/var/tmp");
+    if (length >= (int) sizeof name || (hd->keptFd = mkostemp(name, O_CLOEXEC)) < 0) return;
+    unlink(name);
+    hd->mostKept = roomIn(hd->keptFd);
+}
+
+/* Adds what came through the pipe. */
+static void keep(iopHd *hd, const char *bytes, int64_t n)
+{
+    if (n > hd->mostKept - hd->nKept) return dropKept(hd);
+    for (int64_t done = 0; done < n;) {
+        const ssize_t some = pwrite(hd->keptFd, bytes + done, (size_t) (n - done), hd->nKept + done);
+        if (some <= 0 && errno != EINTR) return dropKept(hd);
+        if (some > 0) done += some;
+    }
+    hd->nKept += n;
+}
+
+int64_t iopZipRead(iopHd *hd, void *dest, int64_t n)
+{
+    const int64_t at = hd->ahead.start + hd->ahead.size, here = hd->nKept - at;
+    ssize_t       got;
+    if (here > 0) {
+        do got = pread(hd->keptFd, dest, (size_t) (n < here ? n : here), at); while (got < 0 && errno == EINTR);
+        return got > 0 ? got : -1;          /* no end of the data */
+    }
+    got = iopStreamRead(hd, dest, n);
+    if (got > 0 && hd->keptFd >= 0) keep(hd, (const char *) dest, got);
+    return got;
+}
+
 /* ---- open ---- */
 
 /* A named pipe or a device would keep the program, and then us, waiting for ever. That there is no file, or only a
@@ -109,6 +180,7 @@ static int startReading(iopHd *hd)
     hd->fp = fp;
     hd->pid = pid;
     hd->ahead.start = hd->ahead.pos = hd->ahead.size = 0;
+    emptyKept(hd);
     return 1;
 }
 
@@ -183,6 +255,7 @@ static int compressed(iopHd *hd)
 
 int iopZipClose(iopHd *hd)
 {
+    dropKept(hd);
     if (hd->opt & IOP_READ) stop(hd);
     const int closed = iopStreamClose(hd), error = errno;
     const int done = compressed(hd) || (hd->opt & IOP_DELETE);
@@ -204,8 +277,13 @@ static int forward(iopHd *hd, int64_t loc)
 
 int iopZipSetLoc(iopHd *hd, int64_t loc, int reread)
 {
+    iopAhead *a = &hd->ahead;
     if (!hd->fp || !(hd->opt & IOP_READ) || loc < 0) return 0;
-    if ((reread || loc < hd->ahead.start) && !startReading(hd)) {
+    if (!reread && hd->nKept > 0 && (loc < a->start || loc > a->start + a->size)) {
+        a->start = loc < hd->nKept ? loc : hd->nKept;
+        a->pos = a->size = 0;
+    }
+    if ((reread || loc < a->start) && !startReading(hd)) {
         char name[SYS_NAME + 8];
         iopDiskName(hd, name, sizeof name);
         iopFail(hd, "unable to open compressed file <%s>; %s", name, strerror(errno));

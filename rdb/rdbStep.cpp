@@ -8,10 +8,10 @@
  * Clients ask for several arrays of one step in a row. So the run keeps the files of the steps that were read last, one
  * record for each family and each set of surfaces: the handles, up to a number in all, and for each part the locations
  * of the keys that have been met. The next array is read from the nearest of them. A compressed file is kept as well,
- * as the program that decodes it, which waits behind the array that was read last: whoever asks in the order of the
- * file has it decoded once, whoever goes back has it decoded anew. This must not be seen but by speed: a file that is
- * no longer the one that was opened is opened anew and walked from its start, another step of the family drops its
- * records, and the end of the run drops all.
+ * as the program that decodes it, which waits behind the farthest that was read, and what it has decoded so far, as far
+ * as there is room for that: it is decoded once, in whatever order it is asked for. This must not be seen but by speed:
+ * a file that is no longer the one that was opened is opened anew and walked from its start, another step of the family
+ * drops its records, and the end of the run drops all.
  *
  * A solver may write a file anew while it is read. So each file is looked at before and behind the reading of all, and
  * an array is good if every file stayed what it was. Times tell changes apart only if they are not too close: a file
@@ -266,6 +266,7 @@ static void openHandle(rdbHd *hd, stepFile *file, const char *path)
     file->fh = rdbOpenReadFile(hd, path, file->opt);
     file->isPipe = !iopGoesBack(file->fh);
     ++hd->run->nStepOpen[file->isPipe];
+    iopKeepDecoded(file->fh);
 }
 
 /* Looks at file f. What is looked at before the open is at worst an older state than the one that is read, which shows

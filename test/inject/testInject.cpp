@@ -196,10 +196,12 @@ static void readTail()
     note("end", iopGetIfStr(file, text));
 }
 
-static int playIn(Form form)
+/* keep: what is decoded is kept. A failure of that is none of the reading. */
+static void readBothWays(Form form, int keep)
 {
     static char name[SYS_TEXT];
     openStream("in", form, IOP_READ);
+    if (keep) iopKeepDecoded(file);
     if (box) {
         note("members", iopGetNHdfFiles(box));
         iopGetHdfFileName(box, name, 0);
@@ -215,6 +217,12 @@ static int playIn(Form form)
     readHead();
     closeOne(&file);
     closeOne(&box);
+}
+
+static int playIn(Form form)
+{
+    readBothWays(form, 0);
+    if (form == Form::compressed) readBothWays(form, 1);
     return 1;
 }
 

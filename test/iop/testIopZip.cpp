@@ -427,17 +427,24 @@ TEST(iopZip, optionalItemsAreLookedAtWithoutANewStart)
     iopCloseFile(fh);
 }
 
-TEST(iopZip, placesFarAwayAreFoundAgain)
+/* Kept or not, it is the same but for the starts of the program */
+class iopZipPlaces : public ::testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(kept, iopZipPlaces, ::testing::Bool());
+
+TEST_P(iopZipPlaces, farAwayAreFoundAgain)
 {
     const NothingLeft check;
     const int n = 100000;
     writeNumbers("f.Z", n);
     iopHd *fh = openZip("f");
+    if (GetParam()) iopKeepDecoded(fh);
+    const pid_t first = fh->pid;
     for (int i : { 99999, 0, 50000, 49999, 47000, 80000, 1, 99998, 60000 }) {
         iopSetLoc(fh, 8 * (int64_t) i);
         EXPECT_EQ(iopGetLoc(fh), 8 * (int64_t) i);
         EXPECT_EQ(nextInt(fh), i);
     }
+    EXPECT_EQ(fh->pid == first, GetParam());
     iopSetLoc(fh, 8 * (int64_t) n);                 /* the end is a place */
     char text[SYS_TEXT];
     EXPECT_EQ(iopGetIfStr(fh, text), 0);
@@ -451,7 +458,7 @@ TEST(iopZip, placesFarAwayAreFoundAgain)
 }
 
 /* Bytes go past what is read ahead, yet the places are right */
-TEST(iopZip, placesBehindBytes)
+TEST_P(iopZipPlaces, behindBytes)
 {
     const int n = 100000;
     std::vector<int> ints((size_t) n), got((size_t) n);
@@ -462,6 +469,7 @@ TEST(iopZip, placesBehindBytes)
     iopPrintLine(fh, "tail");
     iopCloseFile(fh);
     fh = openZip("f");
+    if (GetParam()) iopKeepDecoded(fh);
     char text[SYS_TEXT];
     for (int i = 0; i < 2; ++i) {
         iopGetLine(fh, text, SYS_TEXT);
@@ -479,12 +487,13 @@ TEST(iopZip, placesBehindBytes)
 }
 
 /* Waiting does not start the program anew; going back to the start does */
-TEST(iopZip, aFileThatGrewIsSeenAfterARewind)
+TEST_P(iopZipPlaces, aFileThatGrewIsSeenAfterARewind)
 {
     const NothingLeft check;
     writeCompressed("f.Z", "1\n");
     testWhenSleeping([] { writeCompressed("f.Z", "1\n2\n"); });
     iopHd *fh = openZip("f");
+    if (GetParam()) iopKeepDecoded(fh);
     EXPECT_EQ(nextInt(fh), 1);
     checkFails("EOF in compressed file <f> token <1> near <__NONE__>", nextInt(fh));
     iopRewind(fh);
@@ -519,6 +528,112 @@ TEST(iopZip, aStartThatFailsOnTheWayBack)
     }
     iopCloseFile(fh);
 }
+
+/* ---- what is kept ---- */
+
+/* For its life what is kept goes there */
+struct Folder {
+    explicit Folder(const std::string &name) { setenv("TMPDIR", name.c_str(), 1); }
+    ~Folder() { unsetenv("TMPDIR"); }
+};
+
+static int backAndForth(iopHd *fh)
+{
+    const pid_t first = fh->pid;
+    for (int i : { 60000, 30000, 60001, 10, 99999, 0, 65000 }) {
+        iopSetLoc(fh, 8 * (int64_t) i);
+        EXPECT_EQ(nextInt(fh), i);
+    }
+    return fh->pid == first;
+}
+
+TEST(iopZipKept, inAFileWithoutAName)
+{
+    const NothingLeft check;
+    const Folder tmp(testFolder() + "/tmp");
+    mkdir("tmp", 0755);
+    writeNumbers("f.Z", 100000);
+    iopHd *fh = openZip("f");
+    const int before = nOpenFiles();
+    iopKeepDecoded(fh);
+    iopKeepDecoded(fh);
+    EXPECT_EQ(nOpenFiles(), before + 1);
+    EXPECT_TRUE(backAndForth(fh));
+    EXPECT_EQ(rmdir("tmp"), 0) << strerror(errno);
+    iopCloseFile(fh);
+}
+
+TEST(iopZipKept, whereItCannotBeNothingChanges)
+{
+    const NothingLeft check;
+    writeNumbers("f.Z", 100000);
+    for (const std::string &name : { testFolder() + "/none", testFolder() + "/f.Z", std::string(2000, 'x'),
+                                     std::string("/proc") }) {
+        const Folder tmp(name);
+        iopHd *fh = openZip("f");
+        iopKeepDecoded(fh);
+        EXPECT_EQ(fh->keptFd, -1);
+        EXPECT_FALSE(backAndForth(fh));
+        iopCloseFile(fh);
+    }
+}
+
+/* The most that a file may have is reached on the way: a write beyond it would end the program by a signal */
+TEST(iopZipKept, upToTheRoomThatThereIs)
+{
+    const NothingLeft check;
+    writeNumbers("f.Z", 100000);
+    for (rlim_t most : { 0, 1, 5000, 300000, 600000 }) {
+        const Limit limit(RLIMIT_FSIZE, most);
+        iopHd *fh = openZip("f");
+        iopKeepDecoded(fh);
+        EXPECT_FALSE(backAndForth(fh));
+        EXPECT_EQ(fh->keptFd, -1);
+        iopCloseFile(fh);
+    }
+}
+
+TEST(iopZipKept, onlyFromTheStart)
+{
+    const NothingLeft check;
+    writeNumbers("f.Z", 100000);
+    iopHd *fh = openZip("f");
+    EXPECT_EQ(nextInt(fh), 0);
+    iopKeepDecoded(fh);
+    EXPECT_EQ(fh->keptFd, -1);
+    EXPECT_FALSE(backAndForth(fh));
+    iopCloseFile(fh);
+    testWrite("f", "1 2 3\n");
+    fh = iopOpenFile("f", IOP_ASCII | IOP_READ);
+    iopKeepDecoded(fh);
+    EXPECT_EQ(fh->keptFd, -1);
+    EXPECT_EQ(nextInt(fh), 1);
+    iopCloseFile(fh);
+}
+
+/* What was kept of the program before is not taken for what the next one says */
+TEST(iopZipKept, aSecondLookIsANewStart)
+{
+    const NothingLeft check;
+    const int n = 50000;
+    writeNumbers("f.Z", n);
+    iopHd *fh = openZip("f");
+    iopKeepDecoded(fh);
+    iopGetIntDsp(fh, n);
+    std::string text;
+    for (int i = 0; i < n; ++i) text += "9" + std::to_string(100000 + i) + "\n";
+    writeCompressed("f.Z", text);
+    iopSetLoc(fh, 800);
+    EXPECT_EQ(nextInt(fh), 100);
+    iopRewind(fh);
+    for (int i : { 0, 30000, 100, 49999, 7 }) {
+        iopSetLoc(fh, 8 * (int64_t) i);
+        EXPECT_EQ(nextInt(fh), 9100000 + i);
+    }
+    iopCloseFile(fh);
+}
+
+/* ---- places that are not found ---- */
 
 /* What is found in second place is not taken for what was asked for */
 TEST(iopZip, aFileThatShrankBeforeTheSecondTryFails)
