@@ -39,6 +39,18 @@ std::string testRead(const std::string &name)
     return text.str();
 }
 
+TestVariable::TestVariable(const char *variable, const std::string &value)
+    : name(variable), former(getenv(variable)), before(former ? former : "")
+{
+    setenv(name, value.c_str(), 1);
+}
+
+TestVariable::~TestVariable()
+{
+    if (former) setenv(name, before.c_str(), 1);
+    else unsetenv(name);
+}
+
 /* A fresh folder for each test; a failed test's folder stays. */
 class FolderPerTest : public ::testing::EmptyTestEventListener {
     void OnTestStart(const ::testing::TestInfo &info) override
@@ -69,6 +81,7 @@ int main(int argc, char **argv)
     const char *base = getenv("RDB_TEST_FOLDER");
     home = fs::absolute(base ? base : "testFolders") / fs::path(argv[0]).filename();
     fs::create_directories(home);
+    setenv("TMPDIR", home.c_str(), 1);                /* not the test's folder, whose time tells what is new in it */
     ::testing::UnitTest::GetInstance()->listeners().Append(new FolderPerTest);
     return RUN_ALL_TESTS();
 }

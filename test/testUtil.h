@@ -42,4 +42,15 @@ std::string testFolder();                  /* the test's own folder, which is th
 void testWrite(const std::string &name, const std::string &bytes);
 std::string testRead(const std::string &name);
 
+/* Sets a variable of the environment for its life */
+class TestVariable {
+    const char *name, *former;
+    std::string before;
+
+public:
+    TestVariable(const char *variable, const std::string &value);
+    ~TestVariable();
+    TestVariable(const TestVariable &) = delete;
+};
+
 #endif

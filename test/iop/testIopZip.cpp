@@ -531,12 +531,6 @@ TEST(iopZip, aStartThatFailsOnTheWayBack)
 
 /* ---- what is kept ---- */
 
-/* For its life what is kept goes there */
-struct Folder {
-    explicit Folder(const std::string &name) { setenv("TMPDIR", name.c_str(), 1); }
-    ~Folder() { unsetenv("TMPDIR"); }
-};
-
 static int backAndForth(iopHd *fh)
 {
     const pid_t first = fh->pid;
@@ -550,7 +544,7 @@ static int backAndForth(iopHd *fh)
 TEST(iopZipKept, inAFileWithoutAName)
 {
     const NothingLeft check;
-    const Folder tmp(testFolder() + "/tmp");
+    const TestVariable folder("TMPDIR", testFolder() + "/tmp");
     mkdir("tmp", 0755);
     writeNumbers("f.Z", 100000);
     iopHd *fh = openZip("f");
@@ -569,7 +563,7 @@ TEST(iopZipKept, whereItCannotBeNothingChanges)
     writeNumbers("f.Z", 100000);
     for (const std::string &name : { testFolder() + "/none", testFolder() + "/f.Z", std::string(2000, 'x'),
                                      std::string("/proc") }) {
-        const Folder tmp(name);
+        const TestVariable folder("TMPDIR", name);
         iopHd *fh = openZip("f");
         iopKeepDecoded(fh);
         EXPECT_EQ(fh->keptFd, -1);

@@ -367,13 +367,20 @@ TEST(outKept, whatWasReadAheadIsForgotten)
     close(fd);
 }
 
+/* n nodes, no multiple of 7, in so many parts, none of which has rows that follow one another */
+static void spread(SmallRun &run, int n, int nParts)
+{
+    run.usrIds.clear();
+    run.parts.assign((size_t) nParts, {});
+    run.sets = { {}, {}, {} };
+    for (int i = 0; i < n; ++i) run.usrIds.push_back(i + 1), run.parts[i % nParts].push_back(i * 7 % n);
+}
+
 /* Beyond a number of files only the places are kept */
 TEST(outKept, manyParts)
 {
     SmallRun run;
-    run.usrIds.clear();
-    run.parts.clear();
-    for (int i = 0; i < 200; ++i) run.usrIds.push_back(i + 1), run.parts.push_back({ (i * 7) % 200 });
+    spread(run, 200, 200);
     run.write();
     letSettle();
     rdbHd    *hd = SmallRun::open();
@@ -389,9 +396,7 @@ TEST(outKept, manyParts)
 TEST(outKept, aProcessThatMayOpenFewFiles)
 {
     SmallRun run;
-    run.usrIds.clear();
-    run.parts.clear();
-    for (int i = 0; i < 100; ++i) run.usrIds.push_back(i + 1), run.parts.push_back({ i });
+    spread(run, 100, 100);
     run.write();
     letSettle();
     rdbHd        *hd = SmallRun::open();
@@ -420,9 +425,7 @@ static void replaceAndAllow()
 TEST(outKept, aFileThatIsReplacedWhileItIsOpenedAgain)
 {
     SmallRun run = manyVars();
-    run.usrIds.clear();
-    run.parts.clear();
-    for (int i = 0; i < 10; ++i) run.usrIds.push_back(i + 1), run.parts.push_back({ i });
+    spread(run, 10, 10);
     run.write();
     SmallRun other = run;
     other.omitFilms = other.omitFields = true;
@@ -445,6 +448,28 @@ TEST(outKept, aFileThatIsReplacedWhileItIsOpenedAgain)
     EXPECT_EQ(testSlept(), 2);                                    /* for the open, and before the second reading */
     EXPECT_EQ(valuesOf(hd, 3, 0, 2), values);
     rdbFree(hd);
+}
+
+/* Of two runs that are read in turns the files of the last one are kept, and the other is as right without */
+TEST(outKept, onlyOfOneRunAtATime)
+{
+    SmallRun run;
+    run.write();
+    letSettle();
+    const int before = nOpenFiles();
+    rdbHd    *hds[2] = { SmallRun::open(), SmallRun::open() };
+    for (int times = 0; times < 2; ++times)
+        for (rdbHd *hd : hds) {
+            EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 5, 1));
+            EXPECT_EQ(hds[0]->run->stepFiles != nullptr, hd == hds[0]);
+            EXPECT_EQ(hds[1]->run->stepFiles != nullptr, hd == hds[1]);
+            EXPECT_EQ(nOpenFiles() - before, 2);
+        }
+    checkReturns(rdbFree(hds[1]));
+    EXPECT_EQ(nOpenFiles(), before);
+    EXPECT_EQ(valuesOf(hds[0], 2, 0, 1), expected(run, 5, 2));
+    checkReturns(rdbFree(hds[0]));
+    EXPECT_EQ(nOpenFiles(), before);
 }
 
 TEST(outKept, aListThatLostAFileIsSeen)
@@ -534,10 +559,7 @@ TEST(outKept, eachFileIsDecodedOnce)
             SCOPED_TRACE(std::to_string(nParts) + (merged ? " parts, merged" : " parts"));
             SmallRun run = compressedVars();
             run.merged = merged;
-            run.usrIds.clear();
-            run.parts.assign((size_t) nParts, {});
-            for (int i = 0; i < 4000; ++i) run.usrIds.push_back(i + 1), run.parts[i % nParts].push_back(i);
-            run.sets = { {}, {}, {} };
+            spread(run, 4000, nParts);
             run.write();
             CountedZcat zcat;
             letSettle();
@@ -561,14 +583,11 @@ TEST(outKept, eachFileIsDecodedOnce)
 /* Where nothing can be kept of the text it is decoded anew */
 TEST(outKept, backInACompressedFileWithoutRoom)
 {
-    setenv("TMPDIR", "none", 1);
+    const TestVariable folder("TMPDIR", "none");
     for (bool merged : { false, true }) {
         SmallRun run = compressedVars();
         run.merged = merged;
-        run.usrIds.clear();
-        for (auto &part : run.parts) part.clear();
-        for (int i = 0; i < 4000; ++i) run.usrIds.push_back(i + 1), run.parts[i % 2].push_back(i);
-        run.sets = { {}, {}, {} };
+        spread(run, 4000, 2);
         run.write();
         letSettle();
         rdbHd *hd = SmallRun::open();
@@ -580,16 +599,13 @@ TEST(outKept, backInACompressedFileWithoutRoom)
         rdbFree(hd);
         clearFolder();
     }
-    unsetenv("TMPDIR");
 }
 
 /* Each is a program that waits */
 TEST(outKept, fewProgramsAtATime)
 {
     SmallRun run = compressedVars();
-    run.usrIds.clear();
-    run.parts.clear();
-    for (int i = 0; i < 40; ++i) run.usrIds.push_back(i + 1), run.parts.push_back({ (i * 7) % 40 });
+    spread(run, 40, 40);
     run.write();
     letSettle();
     rdbHd    *hd = SmallRun::open();
