@@ -1,6 +1,6 @@
 /* sysTime.cpp: the clock, and waiting.
  *
- * Everything that waits goes through sysSleep, so that a test can replace the waiting by counting. */
+ * Everything that waits goes through sysSleep or sysPause, so that a test can replace the waiting by counting. */
 
 #include "base/sys.h"
 

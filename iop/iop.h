@@ -120,9 +120,11 @@ int iopLookAt(const char *name, iopFileId *id);
 int iopSameFile(const iopFileId *a, const iopFileId *b);                /* 1 or 0; never fails */
 
 /* 1 if the file was last changed so long ago that its times would tell the next change; 0 where they might not. And the
-   seconds that it takes to be so if it does not change: 0 if it is. Never fail. */
+   seconds that it takes to be so if it does not change: 0 if it is. 1 if it was changed by a clock that is ahead of ours,
+   as a file server's may be: it is never settled before ours is there. Never fail. */
 int    iopIsSettled(const iopFileId *id);
 double iopRest(const iopFileId *id);
+int    iopIsAhead(const iopFileId *id);
 
 /* Back to the first token; the counters and the last string start anew, and the bytes are asked for anew. Fails as
    iopSetLoc does. */
@@ -225,8 +227,9 @@ int  iopGetTokens(const iopHd *hd);
 int  iopGoesBack(const iopHd *hd);
 
 /* From here on what is decoded is kept, so that going back in it needs no second decoding: in a file without a name, in
-   the folder that the variable TMPDIR tells or else /var/tmp, and up to a quarter of the room there. Where that cannot be
-   done, and for a form that goes back anyway, nothing changes. To be called before anything is read. Never fails. */
+   the folder that the variable TMPDIR tells or else /var/tmp, where all handles together take up to a quarter of the
+   room. Where that cannot be done, once something was read, and for a form that goes back anyway, nothing changes. Never
+   fails. */
 void iopKeepDecoded(iopHd *hd);
 
 /* To a place at which iopGetLoc and iopGetTokens gave these; last: the last string before it. Whoever fails from there

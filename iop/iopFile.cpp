@@ -203,7 +203,7 @@ iopHd *iopNew(const char *name, int opt)
     hd->ahead.end = -1;
     hd->pid = 0;
     hd->keptFd = -1;
-    hd->nKept = 0;
+    hd->nKept = hd->mostKept = 0;
     hd->sharesFile = hd->settled = 0;
     hd->next = NULL;
     return hd;
@@ -311,6 +311,13 @@ double iopRest(const iopFileId *id)
     const double age = (double) (now.tv_sec - id->changed.tv_sec) + 1e-9 * (double) (now.tv_nsec - id->changed.tv_nsec);
     const double enough = id->changed.tv_nsec ? 0.1 : 2.0;
     return age > enough ? 0 : age > 0 ? enough - age + 0.001 : enough;      /* a clock may be behind the file's */
+}
+
+int iopIsAhead(const iopFileId *id)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return id->changed.tv_sec > now.tv_sec + 1;
 }
 
 int iopIsSettled(const iopFileId *id)

@@ -43,7 +43,8 @@ struct iopHd {
     iopAhead        ahead;
     pid_t           pid;                    /* the program at the other end of a pipe; 0: none              */
     int             keptFd;                 /* of what has come through the pipe; -1: it is not kept        */
-    int64_t         nKept, mostKept;        /* bytes, from the start on; the pipe stands behind the last    */
+    int64_t         nKept;                  /* bytes, from the start on; the pipe stands behind the last    */
+    int64_t         mostKept;               /* when to look again if there is room for more                 */
     int             sharesFile;             /* hdfFile and hdfFiles belong to the container's handle        */
     iopFileId       id;                     /* of an HDF5 file that is read, just before it was opened      */
     int             settled;                /* what is written to it after that shows in its times          */
@@ -168,6 +169,7 @@ void    iopBinPutInts(iopHd *hd, const int *src, int n1, int n2, int wrap);
 int     iopBinPutBin(iopHd *hd, const int *src, int64_t n);
 int     iopBinHolds(iopHd *hd, int64_t n, int size);
 
+extern int64_t iopKeptShare;                              /* of the room, one part may be kept; in tests less */
 void    iopZipOpen(iopHd *hd, int *budget);
 int     iopZipClose(iopHd *hd);
 int64_t iopZipRead(iopHd *hd, void *dest, int64_t n);

@@ -84,52 +84,83 @@ static void stop(iopHd *hd)
 
 /* ---- what is kept of the decoded text ---- */
 
+int64_t iopKeptShare = 4;
+
+static int64_t allKept;                     /* bytes, of all handles */
+
 static void dropKept(iopHd *hd)
 {
     if (hd->keptFd >= 0) close(hd->keptFd);
     hd->keptFd = -1;
-    hd->nKept = 0;
+    allKept -= hd->nKept;
+    hd->nKept = hd->mostKept = 0;
 }
 
 /* The pipe begins anew. */
 static void emptyKept(iopHd *hd)
 {
-    if (hd->nKept > 0 && ftruncate(hd->keptFd, 0) != 0) dropKept(hd);
+    if (hd->nKept > 0 && ftruncate(hd->keptFd, 0) != 0) return dropKept(hd);
+    allKept -= hd->nKept;
     hd->nKept = 0;
 }
 
-/* To write beyond the size that the host's files may have would end it by a signal. */
-static int64_t roomIn(int fd)
+/* A program that has closed its standard streams gets their numbers for its next files, and what it prints then goes
+   into them. */
+static int aboveStandard(int fd)
 {
-    struct statvfs disk;
-    struct rlimit  limit;
-    if (fstatvfs(fd, &disk) != 0 || getrlimit(RLIMIT_FSIZE, &limit) != 0) return 0;
-    const uint64_t quarter = (uint64_t) disk.f_bavail * disk.f_frsize / 4;
-    const uint64_t room = limit.rlim_cur < quarter ? limit.rlim_cur : quarter;
-    return room < INT64_MAX ? (int64_t) room : INT64_MAX;
+    if (fd < 0 || fd > 2) return fd;
+    const int above = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    close(fd);
+    return above;
 }
 
 void iopKeepDecoded(iopHd *hd)
 {
     const char *folder = getenv("TMPDIR");
     char        name[SYS_NAME];
-    if (iopGoesBack(hd) || hd->keptFd >= 0 || iopStreamGetLoc(hd) > 0) return;
+    if (iopGoesBack(hd) || !(hd->opt & IOP_READ) || hd->keptFd >= 0 || hd->ahead.start + hd->ahead.size > 0) return;
     const int length = snprintf(name, sizeof name, "%s/rdb-XXXXXX", folder && *folder ? folder : "/var/tmp");
-    if (length >= (int) sizeof name || (hd->keptFd = mkostemp(name, O_CLOEXEC)) < 0) return;
-    unlink(name);
-    hd->mostKept = roomIn(hd->keptFd);
+    if (length >= (int) sizeof name) return;
+    const int fd = mkostemp(name, O_CLOEXEC);
+    if (fd >= 0) unlink(name);
+    hd->keptFd = aboveStandard(fd);
+}
+
+/* How much more may be kept in the handle's file: all handles together take a quarter of the room that there is without
+   them. To write beyond the size that the host's files may have would end it by a signal. */
+static int64_t roomFor(const iopHd *hd)
+{
+    struct statvfs disk;
+    struct rlimit  limit;
+    if (fstatvfs(hd->keptFd, &disk) != 0 || getrlimit(RLIMIT_FSIZE, &limit) != 0) return 0;
+    const uint64_t whole = (uint64_t) disk.f_bavail * disk.f_frsize + (uint64_t) allKept;
+    const int64_t  share = (int64_t) (whole / (uint64_t) iopKeptShare);
+    const int64_t  longest = limit.rlim_cur < INT64_MAX ? (int64_t) limit.rlim_cur : INT64_MAX;
+    const int64_t  more = share - allKept, below = longest - hd->nKept;
+    return more < below ? more : below;
+}
+
+/* The room is looked at again now and then, since others take of it too. */
+static int mayKeep(iopHd *hd, int64_t n)
+{
+    const int64_t atOnce = 16 << 20;
+    if (n <= hd->mostKept - hd->nKept) return 1;
+    const int64_t room = roomFor(hd);
+    hd->mostKept = hd->nKept + (room < atOnce ? room : atOnce);
+    return n <= hd->mostKept - hd->nKept;
 }
 
 /* Adds what came through the pipe. */
 static void keep(iopHd *hd, const char *bytes, int64_t n)
 {
-    if (n > hd->mostKept - hd->nKept) return dropKept(hd);
+    if (!mayKeep(hd, n)) return dropKept(hd);
     for (int64_t done = 0; done < n;) {
         const ssize_t some = pwrite(hd->keptFd, bytes + done, (size_t) (n - done), hd->nKept + done);
-        if (some <= 0 && errno != EINTR) return dropKept(hd);
+        if (some == 0 || (some < 0 && errno != EINTR)) return dropKept(hd);
         if (some > 0) done += some;
     }
     hd->nKept += n;
+    allKept += n;
 }
 
 int64_t iopZipRead(iopHd *hd, void *dest, int64_t n)

@@ -653,7 +653,7 @@ static int readSteady(rdbHd *hd, const rdbOutFam *fam, const char *path, int for
         if (rests && iopSameFile(&before, &after)) return 1;
         if (nWaits > 0 && memcmp(&last, head, sizeof last) == 0) return 1;
         if (nWaits == RDB_WAITS) return rdbFailChanged(hd, path, form);
-        last = *head;
+        memcpy(&last, head, sizeof last);                       /* what lies between its entries, too */
         sysSleep(1);
     }
 }

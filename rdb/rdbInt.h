@@ -203,7 +203,6 @@ typedef struct rdbSetMap {        /* which nodes of a surface set the parts of i
 
 typedef struct rdbStepFiles rdbStepFiles;                   /* step files kept open: rdbStep.cpp */
 
-
 typedef struct rdbDirs {          /* work arrays while rdbDirs.cpp works */
     int     nMesh, nNodes;        /* nodes of the mesh, of the set           */
     double *crd, *sums;           /* nMesh rows of 3                         */

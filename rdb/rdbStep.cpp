@@ -283,7 +283,8 @@ static void lookAtFile(rdbHd *hd, rdbStepFiles *st, int f)
 }
 
 /* Before a reading: what is no longer the file that it was is forgotten, and all files that may be at work are left to
-   rest, at once, for as long as a change could hide in their times. */
+   rest, at once, for as long as a change could hide in their times. One that did rest is known even if its clock is
+   ahead of ours: it, too, went on meanwhile. */
 static void lookBefore(rdbHd *hd, rdbStepFiles *st)
 {
     double rest = 0;
@@ -298,8 +299,12 @@ static void lookBefore(rdbHd *hd, rdbStepFiles *st)
         if (wanted > rest) rest = wanted;
     }
     sysPause(rest);
-    for (int f = 0; rest > 0 && f < st->nFiles; ++f)
-        if (!st->files[f].rests) lookAtFile(hd, st, f);
+    for (int f = 0; rest > 0 && f < st->nFiles; ++f) {
+        stepFile *file = &st->files[f];
+        if (file->rests) continue;
+        lookAtFile(hd, st, f);
+        if (file->rests && iopIsAhead(&file->id)) file->known = 1;
+    }
 }
 
 /* Opens file f of the step, unless it is open. An open one may have been written while it was read ahead: it is asked
@@ -315,7 +320,7 @@ static stepFile *openFile(rdbHd *hd, rdbStepFiles *st, int f)
         return file;
     }
     openHandle(hd, file, path);
-    if (!isAsBefore(hd, st, f)) forgetParts(st, f);
+    if (st->parts[f].nPlaces > 0 && !isAsBefore(hd, st, f)) forgetParts(st, f);
     return file;
 }
 

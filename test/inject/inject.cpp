@@ -174,11 +174,13 @@ decltype(open)    __real_open;
 decltype(read)    __real_read;
 decltype(pread)   __real_pread;
 decltype(send)    __real_send;
+decltype(pwrite)  __real_pwrite;
 decltype(waitpid) __real_waitpid;
 int     __wrap_open(const char *name, int flags, ...);
 ssize_t __wrap_read(int fd, void *dest, size_t n);
 ssize_t __wrap_pread(int fd, void *dest, size_t n, off_t where);
 ssize_t __wrap_send(int fd, const void *src, size_t n, int flags);
+ssize_t __wrap_pwrite(int fd, const void *src, size_t n, off_t where);
 pid_t   __wrap_waitpid(pid_t pid, int *status, int options);
 int     __wrap_fprintf(FILE *fp, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
@@ -218,6 +220,11 @@ ssize_t __wrap_pread(int fd, void *dest, size_t n, off_t where)
 ssize_t __wrap_send(int fd, const void *src, size_t n, int flags)
 {
     return mayMove(Kind::WRITE, EPIPE, ROW_send, &n) ? __real_send(fd, src, n, flags) : -1;
+}
+
+ssize_t __wrap_pwrite(int fd, const void *src, size_t n, off_t where)
+{
+    return mayMove(Kind::WRITE, ENOSPC, ROW_pwrite, &n) ? __real_pwrite(fd, src, n, where) : -1;
 }
 
 /* A call that does not wait is not interrupted. */

@@ -669,6 +669,28 @@ TEST(iopFile, programsThatTheHostStartsDoNotInheritIt)
         }
 }
 
+/* As long as a change could hide behind the one before, and never longer, whatever clock set the time */
+TEST(iopFile, howLongAFileMustRest)
+{
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const struct { time_t ahead; long ns; double least, most; int isAhead; } rows[] = {
+        { 3600,  1, 0.1, 0.1, 1 },
+        { 3600,  0, 2.0, 2.0, 1 },
+        { 0,     0, 0.5, 2.0, 0 },
+        { -60,   1, 0.0, 0.0, 0 },
+        { -60,   0, 0.0, 0.0, 0 },
+    };
+    for (const auto &row : rows) {
+        iopFileId id = {};
+        id.changed = { now.tv_sec + row.ahead, row.ns };
+        EXPECT_GE(iopRest(&id), row.least);
+        EXPECT_LE(iopRest(&id), row.most);
+        EXPECT_EQ(iopIsSettled(&id), row.most == 0);
+        EXPECT_EQ(iopIsAhead(&id), row.isAhead);
+    }
+}
+
 TEST(iopFile, sizeAndTime)
 {
     testWrite("a", "12345");

@@ -6,6 +6,7 @@
 #include <stdio_ext.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -552,6 +553,7 @@ TEST(iopZipKept, inAFileWithoutAName)
     iopKeepDecoded(fh);
     iopKeepDecoded(fh);
     EXPECT_EQ(nOpenFiles(), before + 1);
+    EXPECT_TRUE(fcntl(fh->keptFd, F_GETFD) & FD_CLOEXEC);
     EXPECT_TRUE(backAndForth(fh));
     EXPECT_EQ(rmdir("tmp"), 0) << strerror(errno);
     iopCloseFile(fh);
@@ -591,11 +593,18 @@ TEST(iopZipKept, onlyFromTheStart)
 {
     const NothingLeft check;
     writeNumbers("f.Z", 100000);
-    iopHd *fh = openZip("f");
-    EXPECT_EQ(nextInt(fh), 0);
+    for (bool back : { false, true }) {                     /* the pipe does not stand where the handle does */
+        iopHd *fh = openZip("f");
+        EXPECT_EQ(nextInt(fh), 0);
+        if (back) iopSetLoc(fh, 0);
+        iopKeepDecoded(fh);
+        EXPECT_EQ(fh->keptFd, -1);
+        EXPECT_FALSE(backAndForth(fh));
+        iopCloseFile(fh);
+    }
+    iopHd *fh = openZip("w", IOP_WRITE);
     iopKeepDecoded(fh);
     EXPECT_EQ(fh->keptFd, -1);
-    EXPECT_FALSE(backAndForth(fh));
     iopCloseFile(fh);
     testWrite("f", "1 2 3\n");
     fh = iopOpenFile("f", IOP_ASCII | IOP_READ);
@@ -603,6 +612,58 @@ TEST(iopZipKept, onlyFromTheStart)
     EXPECT_EQ(fh->keptFd, -1);
     EXPECT_EQ(nextInt(fh), 1);
     iopCloseFile(fh);
+}
+
+/* All handles together take a part of the room, and give it back */
+TEST(iopZipKept, theRoomIsShared)
+{
+    const NothingLeft check;
+    writeNumbers("f.Z", 100000);                            /* 800,000 bytes */
+    struct statvfs disk;
+    ASSERT_EQ(statvfs(getenv("TMPDIR"), &disk), 0);
+    const int64_t usual = iopKeptShare;
+    EXPECT_EQ(usual, 4);
+    iopKeptShare = (int64_t) (disk.f_bavail * disk.f_frsize / 1200000);
+    iopHd *fh[3];
+    for (iopHd *&f : fh) {
+        f = openZip("f");
+        iopKeepDecoded(f);
+    }
+    EXPECT_TRUE(backAndForth(fh[0]));
+    EXPECT_FALSE(backAndForth(fh[1]));                      /* half of it would have fitted */
+    EXPECT_EQ(fh[1]->keptFd, -1);
+    iopCloseFile(fh[0]);
+    EXPECT_TRUE(backAndForth(fh[2]));
+    iopRewind(fh[2]);                                       /* gives it back as well */
+    EXPECT_TRUE(backAndForth(fh[2]));
+    for (int i : { 1, 2 }) iopCloseFile(fh[i]);
+    iopKeptShare = usual;
+}
+
+/* Where the host has closed its standard streams, what it prints would go into the file that takes their number. */
+TEST(iopZipKept, aHostWithoutStandardStreams)
+{
+    writeNumbers("f.Z", 100000);
+    int before[3];
+    for (int i = 0; i < 3; ++i) before[i] = dup(i);
+    for (int i = 0; i < 3; ++i) close(i);
+    iopHd *fh = openZip("f");
+    iopKeepDecoded(fh);
+    const int keptFd = fh->keptFd;
+    iopSetLoc(fh, 8 * 60000);
+    const int far = nextInt(fh);
+    for (int i = 1; i < 3; ++i)
+        if (write(i, "9999999\n9999999\n", 16) < 0) continue;    /* there is no such stream, or one to read */
+    iopSetLoc(fh, 8);
+    const int near = nextInt(fh);
+    iopCloseFile(fh);
+    for (int i = 0; i < 3; ++i) {
+        dup2(before[i], i);
+        close(before[i]);
+    }
+    EXPECT_EQ(far, 60000);
+    EXPECT_EQ(near, 1);
+    EXPECT_GT(keptFd, 2);
 }
 
 /* What was kept of the program before is not taken for what the next one says */
