@@ -202,11 +202,12 @@ TEST(growing, reloadingAgainAndAgainHoldsNoMoreFiles)
         const tool::RunModel model(spec);
         tool::writeRun(model);
         const int nBefore = nOpenFiles();
+        const int perPart = form == tool::Form::compressed ? 2 : 1;     /* a pipe, and what has come through it */
         for (int reload = 0; reload < 8; ++reload) {
             vtkNew<vtkMarivaneReaderProxy> proxy;
             proxy->SetFileName("pipe.1.Log");
             EXPECT_EQ(differs(model, update(proxy, 1), 1), "");
-            EXPECT_LE(nOpenFiles(), nBefore + spec.nSds);
+            EXPECT_LE(nOpenFiles(), nBefore + perPart * spec.nSds);
         }
         fs::remove_all("QUENTA.DIR");
     }
