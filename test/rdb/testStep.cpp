@@ -799,6 +799,14 @@ static rdbHd *openWithoutPart1(const SmallRun &run, tool::Form form)
     return hd;
 }
 
+/* The same, and part 1 is put back */
+static rdbHd *openWithPart1(const SmallRun &run, tool::Form form)
+{
+    rdbHd *hd = openWithoutPart1(run, form);
+    fs::rename("aside", partOnDisk(run.form, 1));
+    return hd;
+}
+
 /* Never a mix, whatever the form: both parts are another generation's behind the wait for part 1 */
 TEST(outChanged, readAnewUntilItIsOfOnePiece)
 {
@@ -886,8 +894,7 @@ TEST(outChanged, youngFilesAreLeftToRest)
     for (const tool::FormRow &form : tool::formRows) {
         SCOPED_TRACE(form.word);
         const SmallRun run = manyVars();
-        rdbHd    *hd = openWithoutPart1(run, form.value);
-        fs::rename("aside", partOnDisk(run.form, 1));
+        rdbHd    *hd = openWithPart1(run, form.value);
         int n = 0;
         checkAnswers(rdbGetInt0(hd, "nOutVars", &n));
         letSettle(-3600);
@@ -907,8 +914,7 @@ TEST(outChanged, youngFilesThatDoNotRest)
         SCOPED_TRACE(form.word);
         if (form.value == tool::Form::container) continue;
         const SmallRun run = manyVars();
-        rdbHd *hd = openWithoutPart1(run, form.value);
-        fs::rename("aside", partOnDisk(run.form, 1));
+        rdbHd *hd = openWithPart1(run, form.value);
         EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 5, 1));
         letSettle(-3600);
         const int before = testSlept();
@@ -1039,8 +1045,7 @@ TEST(outChanged, aKnownFileThatIsReplacedDuringTheRest)
         SCOPED_TRACE(form.word);
         if (form.value == tool::Form::container) continue;
         const SmallRun run = manyVars();
-        rdbHd *hd = openWithoutPart1(run, form.value);
-        fs::rename("aside", partOnDisk(run.form, 1));
+        rdbHd *hd = openWithPart1(run, form.value);
         EXPECT_EQ(valuesOf(hd, 1, 0, 1), expected(run, 5, 1));
         fs::last_write_time(partOnDisk(run.form, 1), fs::file_time_type::clock::now() + std::chrono::hours(1));
         solver = [&] {
